@@ -1,0 +1,184 @@
+#include "app/MainWindow.h"
+
+#include <atomic>
+
+#include "app/Log.h"
+#include "app/resource.h"
+#include "platform/Clock.h"
+#include "sysmanager/SysManagerC.h"
+
+namespace halvern {
+
+namespace {
+
+// Touched only on the main thread; atomics so that tests may look from theirs.
+std::atomic<AppShutdownRequestState> g_appShutdownRequestState{AppShutdownRequestState::WAIT_SHUTDOWN_CALL};
+std::atomic<int> g_shutdownCounter{0};
+
+constexpr int kPassesBeforeTimer = 15;
+constexpr int kSecondsNotStarted = 60;
+constexpr int kSecondsStarted = 15;
+
+void enterState(AppShutdownRequestState state, int counter)
+{
+    if (state == AppShutdownRequestState::SHUTDOWN_NOT_STARTED) {
+        WriteLog("Change to AppShutdownRequestState::SHUTDOWN_NOT_STARTED state");
+    } else if (state == AppShutdownRequestState::SHUTDOWN_STARTED) {
+        WriteLog("Change to AppShutdownRequestState::SHUTDOWN_STARTED state");
+    }
+    g_appShutdownRequestState = state;
+    g_shutdownCounter = counter;
+}
+
+// Asks the applications to exit and carries out the configured quit, reboot or shutdown, then tears the
+// instance down. The application exit and the LED and power steps join here with their subsystems.
+void runPowerSequence()
+{
+    WriteLog("[2] DestroyLocalComponents");
+    SysManagerC::DestroyInstance();
+}
+
+void finishShutdown(platform::WindowHandle window)
+{
+    runPowerSequence();
+    platform::killTimer(window, SHUTDOWN_TIMER1);
+    platform::destroyWindow(window);
+}
+
+void onClose(platform::WindowHandle window)
+{
+    WriteLog("++ WM_CLOSE received");
+    SysManagerC* manager = SysManagerC::Instance();
+
+    WriteLog("Set AppShutdownRequestState::WAIT_SHUTDOWN_CALL state");
+    g_appShutdownRequestState = AppShutdownRequestState::WAIT_SHUTDOWN_CALL;
+    g_shutdownCounter = kPassesBeforeTimer;
+    manager->SetAppShutdownAnswer(APP_SHUTDOWN_NO_ANSWER);
+
+    for (int pass = kPassesBeforeTimer; pass >= 1; --pass) {
+        WriteLog("WM_CLOSE - SHUTDOWN: %d", pass);
+        if (!manager->IsZentorApplicationRunning()) break;
+        const std::int32_t answer = manager->GetAppShutdownAnswer();
+        if (answer == APP_SHUTDOWN_NOT_STARTED) {
+            enterState(AppShutdownRequestState::SHUTDOWN_NOT_STARTED, kSecondsNotStarted);
+            platform::setTimer(window, SHUTDOWN_TIMER1, kShutdownTimerPeriodMs);
+            return;
+        }
+        if (answer == APP_SHUTDOWN_STARTED) {
+            enterState(AppShutdownRequestState::SHUTDOWN_STARTED, kSecondsStarted);
+            platform::setTimer(window, SHUTDOWN_TIMER1, kShutdownTimerPeriodMs);
+            return;
+        }
+        if (answer != APP_SHUTDOWN_NO_ANSWER) break;
+        platform::sleepMs(1000);
+    }
+    finishShutdown(window);
+}
+
+void onShutdownTimer(platform::WindowHandle window)
+{
+    WriteLog("WM_TIMER - SHUTDOWN_TIMER1: %d", g_shutdownCounter.load());
+    SysManagerC* manager = SysManagerC::Instance();
+    const std::int32_t answer = manager->GetAppShutdownAnswer();
+    const AppShutdownRequestState state = g_appShutdownRequestState;
+
+    if (answer == APP_SHUTDOWN_NOT_STARTED) {
+        if (state != AppShutdownRequestState::SHUTDOWN_NOT_STARTED) {
+            enterState(AppShutdownRequestState::SHUTDOWN_NOT_STARTED, kSecondsNotStarted);
+        } else if (g_shutdownCounter == 0) {
+            finishShutdown(window);
+        } else {
+            --g_shutdownCounter;
+        }
+        return;
+    }
+    if (answer == APP_SHUTDOWN_STARTED && state != AppShutdownRequestState::SHUTDOWN_STARTED) {
+        enterState(AppShutdownRequestState::SHUTDOWN_STARTED, kSecondsStarted);
+        return;
+    }
+    if (answer != APP_SHUTDOWN_NO_ANSWER && answer != APP_SHUTDOWN_STARTED) return;
+
+    // No answer, or started and waiting for the process to end.
+    if (g_shutdownCounter != 0) {
+        if (manager->IsZentorApplicationRunning()) {
+            if (--g_shutdownCounter != 0) return;
+        } else {
+            g_shutdownCounter = 0;
+        }
+    }
+    finishShutdown(window);
+}
+
+}  // namespace
+
+AppShutdownRequestState GetAppShutdownRequestState()
+{
+    return g_appShutdownRequestState;
+}
+int GetShutdownCounter()
+{
+    return g_shutdownCounter;
+}
+
+bool MyRegisterClass(const std::wstring& windowClass)
+{
+    platform::WindowClassDesc desc;
+    desc.className = windowClass;
+    desc.procedure = WndProc;
+    desc.style = platform::kClassStyleHRedraw | platform::kClassStyleVRedraw;
+    desc.blackBackground = true;
+    desc.arrowCursor = true;
+    return platform::registerWindowClass(desc);
+}
+
+platform::WindowHandle InitInstance(const std::wstring& title, const std::wstring& windowClass)
+{
+    const platform::WindowHandle window =
+        platform::createWindow(windowClass, title, platform::kStyleOverlappedWindow | platform::kStyleMinimize);
+    if (!window) return window;
+    platform::showWindow(window, platform::kShowHide);
+    platform::updateWindow(window);
+    return window;
+}
+
+platform::LResult WndProc(platform::WindowHandle window, std::uint32_t message, platform::WParam wParam,
+                          platform::LParam lParam)
+{
+    switch (message) {
+        case platform::wm::Command:
+            if ((wParam & 0xFFFF) == IDM_EXIT) {
+                platform::destroyWindow(window);
+                return 0;
+            }
+            return platform::defWindowProc(window, message, wParam, lParam);
+        case platform::wm::Destroy:
+            WriteLog("++ WM_DESTROY received");
+            platform::postQuitMessage(0);
+            return 0;
+        case platform::wm::Close:
+            onClose(window);
+            return 0;
+        case platform::wm::QueryEndSession:
+            WriteLog("-----------------WM_QUERYENDSESSION (0x%X)", static_cast<unsigned>(lParam));
+            return 1;
+        case platform::wm::QueryOpen:
+            WriteLog("-----------------WM_QUERYOPEN");
+            return 0;
+        case platform::wm::EndSession:
+            WriteLog("-----------------WM_ENDSESSION");
+            WriteLog("[3] DestroyLocalComponents");
+            SysManagerC::DestroyInstance();
+            WriteLog("-----------------WM_ENDSESSION Handled");
+            return 0;
+        case platform::wm::Power:
+            WriteLog("-----------------WM_POWER");
+            return 0;
+        case platform::wm::Timer:
+            if (wParam == SHUTDOWN_TIMER1) onShutdownTimer(window);
+            return 0;
+        default:
+            return platform::defWindowProc(window, message, wParam, lParam);
+    }
+}
+
+}  // namespace halvern

@@ -1,0 +1,33 @@
+#pragma once
+// Start-up steps that belong to the hardware links, the update and mode handling, the command server, the
+// network and the application launcher. Each answers what the sequence needs to decide how to go on; a
+// step whose subsystem is not part of this build does nothing and lets the sequence go on.
+#include <vector>
+
+#include "platform/Window.h"
+
+namespace halvern {
+
+enum class StepVerdict { Continue, EndSuccess, EndFailure };
+
+void HwRelatedInit();
+void CheckTouchState();
+void RepairSerialMouseService();
+void EnsureWlanCountryCode();
+void RepairSsdWriteCache();
+void DisablePublicFirewall();
+StepVerdict RunPendingUpdate();
+StepVerdict CheckUsbUpdate(bool updatesEnabled);
+bool StartSepServer();
+void StopSepServer();
+void DeletePreviousFirmwareFile();
+bool isHwErrorDetected(bool usbUpdate);
+void HandleProductionModeFlagFile();
+void StartNetworkObserver();
+void InitWlanAccessPoint();
+void StartDriverEventSink();
+void StopDriverEventSink();
+void LaunchZentorApplication();
+void VerifyMoraEthernet();
+
+}  // namespace halvern

@@ -1,0 +1,40 @@
+#pragma once
+// Files named by Windows paths ("D:\logs\Halvern.log"). On the simulation platform a path lives in the sim
+// root, resolved case-insensitively per component, and the C runtime's Windows behaviour is kept: a
+// read-only file cannot be removed and rename never replaces an existing file.
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace platform {
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
+
+// fopen with the C runtime's modes; on failure `error` receives the errno value of the open.
+UniqueFile openFile(const std::string& windowsPath, const char* mode, int& error);
+
+// The C runtime's remove() and rename(): 0 on success, else -1 with errno set.
+int removeFile(const std::string& windowsPath);
+int renameFile(const std::string& fromWindowsPath, const std::string& toWindowsPath);
+
+constexpr std::uint32_t kInvalidFileAttributes = 0xFFFFFFFF;
+constexpr std::uint32_t kFileAttributeReadOnly = 0x1;
+constexpr std::uint32_t kFileAttributeDirectory = 0x10;
+constexpr std::uint32_t kFileAttributeArchive = 0x20;
+constexpr std::uint32_t kFileAttributeNormal = 0x80;
+
+// GetFileAttributesW / SetFileAttributesW / DeleteFileW / CreateDirectoryW with their last errors.
+std::uint32_t getFileAttributes(const std::wstring& windowsPath);
+bool setFileAttributes(const std::wstring& windowsPath, std::uint32_t attributes);
+bool deleteFile(const std::wstring& windowsPath);
+bool createDirectory(const std::wstring& windowsPath);
+
+// Where a Windows path lives on this platform (the path itself on Windows, a file in the sim root on the
+// host). For diagnostics and for tools that act on the simulated instrument.
+std::string nativePath(const std::string& windowsPath);
+
+}  // namespace platform

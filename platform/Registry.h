@@ -1,0 +1,53 @@
+#pragma once
+// The registry with Windows semantics. On the simulation platform each hive is a folder in the sim root
+// ("registry/HKCU", "registry/HKLM"); a key is a folder and a value is a file holding its type and data.
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "platform/WinError.h"
+
+namespace platform {
+
+enum class RegHive { CurrentUser, LocalMachine };
+
+constexpr std::uint32_t kRegNone = 0;
+constexpr std::uint32_t kRegSz = 1;
+constexpr std::uint32_t kRegExpandSz = 2;
+constexpr std::uint32_t kRegBinary = 3;
+constexpr std::uint32_t kRegDword = 4;
+constexpr std::uint32_t kRegMultiSz = 7;
+constexpr std::uint32_t kRegQword = 11;
+
+class UniqueRegKey {
+public:
+    UniqueRegKey() = default;
+    UniqueRegKey(const UniqueRegKey&) = delete;
+    UniqueRegKey& operator=(const UniqueRegKey&) = delete;
+    UniqueRegKey(UniqueRegKey&& other) noexcept : m_key(std::exchange(other.m_key, nullptr)) {}
+    UniqueRegKey& operator=(UniqueRegKey&& other) noexcept
+    {
+        if (this != &other) {
+            reset();
+            m_key = std::exchange(other.m_key, nullptr);
+        }
+        return *this;
+    }
+    ~UniqueRegKey() { reset(); }
+    explicit operator bool() const { return m_key != nullptr; }
+    void* get() const { return m_key; }
+    void reset(void* key = nullptr);
+
+private:
+    void* m_key = nullptr;
+};
+
+// RegOpenKeyExW with KEY_READ; answers the Windows error number (0 on success).
+RegStatus regOpenKeyRead(RegHive hive, const std::wstring& subKey, UniqueRegKey& key);
+
+// RegQueryValueExW into a 4-byte buffer: `type` receives the stored type, a longer value answers
+// kErrorMoreData, a missing one kErrorFileNotFound.
+RegStatus regQueryDword(const UniqueRegKey& key, const std::wstring& valueName, std::uint32_t& value,
+                        std::uint32_t& type);
+
+}  // namespace platform

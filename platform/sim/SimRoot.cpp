@@ -1,0 +1,108 @@
+#include "platform/sim/SimRoot.h"
+
+#include <dirent.h>
+#include <strings.h>
+#include <sys/stat.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
+
+namespace platform::sim {
+
+namespace {
+std::mutex g_rootLock;
+std::string g_root;
+bool g_rootSet = false;
+}  // namespace
+
+std::string root()
+{
+    std::lock_guard<std::mutex> guard(g_rootLock);
+    if (g_rootSet) return g_root;
+    const char* env = std::getenv("HALVERN_ROOT");
+    return env != nullptr ? std::string(env) : std::string();
+}
+
+void setRoot(const std::string& rootPath)
+{
+    std::lock_guard<std::mutex> guard(g_rootLock);
+    g_root = rootPath;
+    g_rootSet = true;
+}
+
+std::vector<std::string> splitWindowsPath(const std::string& path)
+{
+    std::vector<std::string> parts;
+    std::string current;
+    for (char c : path) {
+        if (c == '\\' || c == '/') {
+            if (!current.empty()) parts.push_back(current);
+            current.clear();
+        } else {
+            current.push_back(c);
+        }
+    }
+    if (!current.empty()) parts.push_back(current);
+    return parts;
+}
+
+std::string resolveBelow(const std::string& base, const std::vector<std::string>& components)
+{
+    std::string path = base;
+    bool parentExists = true;
+    for (const auto& component : components) {
+        if (component == ".") continue;
+        std::string chosen = component;
+        if (parentExists) {
+            bool exact = false;
+            std::string match;
+            if (DIR* dir = opendir(path.c_str())) {
+                while (dirent* entry = readdir(dir)) {
+                    if (component == entry->d_name) {
+                        exact = true;
+                        break;
+                    }
+                    if (match.empty() && strcasecmp(component.c_str(), entry->d_name) == 0) match = entry->d_name;
+                }
+                closedir(dir);
+            }
+            if (!exact && !match.empty()) chosen = match;
+            parentExists = exact || !match.empty();
+        }
+        path += "/" + chosen;
+    }
+    return path;
+}
+
+std::string resolveWindowsPath(const std::string& windowsPath)
+{
+    const std::string base = root();
+    if (base.empty()) return {};
+    auto parts = splitWindowsPath(windowsPath);
+    if (!parts.empty() && parts[0].size() == 2 && parts[0][1] == ':') {
+        parts[0] = std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(parts[0][0]))));
+        // The drive folder itself is always spelled in upper case.
+        std::vector<std::string> rest(parts.begin() + 1, parts.end());
+        return resolveBelow(base + "/" + parts[0], rest);
+    }
+    // Paths without a drive are taken relative to C:\, where Windows would put a process started there.
+    return resolveBelow(base + "/C", parts);
+}
+
+bool makeDirectories(const std::string& path)
+{
+    if (path.empty()) return false;
+    std::string partial;
+    for (std::size_t i = 0; i <= path.size(); ++i) {
+        if (i == path.size() || (path[i] == '/' && i > 0)) {
+            partial = path.substr(0, i);
+            if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST) return false;
+        }
+    }
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+}  // namespace platform::sim

@@ -1,0 +1,31 @@
+#pragma once
+// The sim root: the folder in which the simulated instrument keeps what Windows keeps on the instrument
+// (drives, registry, named objects, pipes, devices). Host-only; logic code never sees it.
+#include <string>
+#include <vector>
+
+namespace platform::sim {
+
+// $HALVERN_ROOT, or the root set by setRoot(); empty when neither is set.
+std::string root();
+// Used by tests and tools that prepare a root in-process; overrides the environment.
+void setRoot(const std::string& rootPath);
+
+// Resolves a Windows path ("D:\logs\Halvern.log", "d:/LOGS/halvern.log") into the sim root. Each existing
+// component is matched case-insensitively, as Windows does; missing components keep the spelling given.
+// The drive letter becomes an upper-case folder. Answers an empty string without a sim root.
+std::string resolveWindowsPath(const std::string& windowsPath);
+
+// Resolves `components` below the existing folder `base` the same way.
+std::string resolveBelow(const std::string& base, const std::vector<std::string>& components);
+
+// Splits a Windows path at backslashes and slashes, dropping empty components.
+std::vector<std::string> splitWindowsPath(const std::string& path);
+
+// Creates `path` and its missing parents (mkdir -p); false on failure.
+bool makeDirectories(const std::string& path);
+
+// The command line the host entry received.
+void setCommandLine(int argc, char** argv);
+
+}  // namespace platform::sim

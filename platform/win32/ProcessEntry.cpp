@@ -1,0 +1,8 @@
+#include <windows.h>
+
+#include "platform/Entry.h"
+
+int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
+{
+    return programEntry();
+}

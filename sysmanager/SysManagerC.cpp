@@ -1,0 +1,65 @@
+#include "sysmanager/SysManagerC.h"
+
+#include "app/Log.h"
+#include "platform/Sync.h"
+
+namespace {
+std::mutex g_instanceLock;
+SysManagerC* g_instance = nullptr;
+// True until the instance has been torn down; a new instance arms it again.
+bool g_instanceAlive = true;
+}  // namespace
+
+SysManagerC* SysManagerC::Instance()
+{
+    std::lock_guard<std::mutex> guard(g_instanceLock);
+    if (g_instance == nullptr) {
+        g_instance = new SysManagerC();
+        g_instanceAlive = true;
+    }
+    return g_instance;
+}
+
+void SysManagerC::DestroyInstance()
+{
+    std::lock_guard<std::mutex> guard(g_instanceLock);
+    if (!g_instanceAlive) return;
+    // The SEP server and the sensor board manager's helper are stopped here once they exist.
+    WriteLog("[%s]", "SysManagerC::DestroyInstance");
+    delete g_instance;
+    g_instance = nullptr;
+    g_instanceAlive = false;
+}
+
+void SysManagerC::SetMainWindow(platform::WindowHandle window)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_mainWindow = window;
+}
+
+platform::WindowHandle SysManagerC::GetMainWindow() const
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    return m_mainWindow;
+}
+
+void SysManagerC::SetZentorApplicationProcess(platform::UniqueHandle process)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_zentorApplicationProcess = std::move(process);
+}
+
+bool SysManagerC::IsZentorApplicationRunning()
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    return m_zentorApplicationProcess &&
+           platform::waitForSingleObject(m_zentorApplicationProcess.get(), 0) == platform::kWaitTimeout;
+}
+
+void SysManagerC::ConfigurePowerCycleRequest(std::int32_t type, bool force, std::uint32_t timeoutSeconds)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_applicationPowerRequestType = type;
+    m_powerRequestForce = force;
+    m_powerRequestTimeout = timeoutSeconds;
+}

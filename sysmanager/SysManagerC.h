@@ -1,0 +1,65 @@
+#pragma once
+// The process-wide system manager: created on first use, destroyed once at teardown. It holds what the
+// start-up, the main window and the command server share: the main window, the start settings, the
+// instrument application's process and shutdown answer, and the pending power request.
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+
+#include "platform/Handle.h"
+#include "platform/Window.h"
+
+// The instrument application's answer to the shutdown notification.
+enum AppShutdownAnswer : std::int32_t {
+    APP_SHUTDOWN_NO_ANSWER = 0,
+    APP_SHUTDOWN_NOT_STARTED = 1,
+    APP_SHUTDOWN_STARTED = 2,
+};
+
+// What the power sequence does once the applications have exited.
+enum ApplicationPowerRequestType : std::int32_t {
+    POWER_REQUEST_QUIT = 0,
+    POWER_REQUEST_REBOOT = 1,
+    POWER_REQUEST_SHUTDOWN = 2,
+};
+
+class SysManagerC {
+public:
+    static SysManagerC* Instance();
+    // Tears the instance down; runs once however many of the teardown paths call it.
+    static void DestroyInstance();
+
+    void SetMainWindow(platform::WindowHandle window);
+    platform::WindowHandle GetMainWindow() const;
+
+    void SetBackendToFrontendDelay(std::uint32_t milliseconds) { m_backendToFrontendDelay = milliseconds; }
+    std::uint32_t GetBackendToFrontendDelay() const { return m_backendToFrontendDelay; }
+    void SetAllowMxApplicationStartup(bool allow) { m_allowMxApplicationStartup = allow; }
+    bool GetAllowMxApplicationStartup() const { return m_allowMxApplicationStartup; }
+
+    // Set by the command server when the instrument application reports on its shutdown.
+    void SetAppShutdownAnswer(std::int32_t answer) { m_appShutdownAnswer = answer; }
+    std::int32_t GetAppShutdownAnswer() const { return m_appShutdownAnswer; }
+
+    // The instrument application's process, once launched; running while its handle is not signalled.
+    void SetZentorApplicationProcess(platform::UniqueHandle process);
+    bool IsZentorApplicationRunning();
+
+    void ConfigurePowerCycleRequest(std::int32_t type, bool force, std::uint32_t timeoutSeconds);
+    std::int32_t GetApplicationPowerRequestType() const { return m_applicationPowerRequestType; }
+    bool GetPowerRequestForce() const { return m_powerRequestForce; }
+    std::uint32_t GetPowerRequestTimeout() const { return m_powerRequestTimeout; }
+
+private:
+    SysManagerC() = default;
+
+    mutable std::mutex m_lock;
+    platform::WindowHandle m_mainWindow;
+    std::uint32_t m_backendToFrontendDelay = 1000;
+    bool m_allowMxApplicationStartup = true;
+    std::atomic<std::int32_t> m_appShutdownAnswer{APP_SHUTDOWN_NO_ANSWER};
+    platform::UniqueHandle m_zentorApplicationProcess;
+    std::int32_t m_applicationPowerRequestType = POWER_REQUEST_QUIT;
+    bool m_powerRequestForce = false;
+    std::uint32_t m_powerRequestTimeout = 0;
+};

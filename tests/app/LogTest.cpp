@@ -1,0 +1,148 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <regex>
+#include <set>
+#include <thread>
+
+#include "app/Log.h"
+#include "platform/FileSystem.h"
+#include "support/TestEnvironment.h"
+
+namespace halvern::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class LogTest : public InstrumentTest {};
+
+TEST_F(LogTest, LineCarriesLocalTimeStampTabAndText)
+{
+    WriteLog("[%s] [ERROR]: value %d of %ls", "SysManagerC::GetI2cRtcTime", 42, L"wide");
+    const std::string content = readWholeFile(kLogFilePath);
+    EXPECT_TRUE(std::regex_match(content, std::regex("\\d{4}-\\d{2}-\\d{2} \\d{2}:\\d{2}:\\d{2}\t"
+                                                     "\\[SysManagerC::GetI2cRtcTime\\] \\[ERROR\\]: value 42 of "
+                                                     "wide\r?\n")))
+        << content;
+}
+
+TEST_F(LogTest, NetworkHelperLoggerWritesToTheSameLog)
+{
+    NetworkHelperLog(reinterpret_cast<void*>(0x1234), "WSAStartup failed with error: %d", 10093);
+    g_networkHelperLogger = NetworkHelperLog;
+    g_networkHelperLogger(nullptr, "socket failed with error: %ld", 10047L);
+    NetworkHelperRegisterLogger();  // kept for API callers; must change nothing
+    EXPECT_THAT(logMessages(), ElementsAre("WSAStartup failed with error: 10093", "socket failed with error: 10047"));
+}
+
+TEST_F(LogTest, RollsOverOnlyWhenLargerThanTwoMebibytes)
+{
+    const std::string atLimit(0x200000, 'a');
+    ASSERT_TRUE(writeWholeFile(kLogFilePath, atLimit));
+    WriteLog("appended");
+    EXPECT_GT(readWholeFile(kLogFilePath).size(), atLimit.size()) << "a log of exactly 2 MiB is appended to";
+    EXPECT_EQ(readWholeFile(kLogBackupPath), "");
+
+    const std::string overLimit(0x200001, 'b');
+    ASSERT_TRUE(writeWholeFile(kLogFilePath, overLimit));
+    ASSERT_TRUE(writeWholeFile(kLogBackupPath, "previous generation\n"));
+    testing::internal::CaptureStdout();
+    WriteLog("first of the new file");
+    const std::string diagnostics = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(readWholeFile(kLogBackupPath), overLimit);
+    EXPECT_THAT(logMessages(), ElementsAre("first of the new file"));
+    // The previous backup is replaced without a complaint.
+    EXPECT_EQ(diagnostics, "");
+}
+
+TEST_F(LogTest, FirstRolloverReportsTheMissingBackupAndGoesOn)
+{
+    ASSERT_TRUE(writeWholeFile(kLogFilePath, std::string(0x200001, 'c')));
+    testing::internal::CaptureStdout();
+    WriteLog("after rollover");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Failed to delete old file log D:\\logs\\Halvern.log.old\n");
+    EXPECT_EQ(readWholeFile(kLogBackupPath).size(), 0x200001u);
+    EXPECT_THAT(logMessages(), ElementsAre("after rollover"));
+}
+
+TEST_F(LogTest, ReadOnlyBackupLeavesItInPlaceAndTruncatesTheLog)
+{
+    ASSERT_TRUE(writeWholeFile(kLogBackupPath, "old generation\n"));
+    ASSERT_TRUE(platform::setFileAttributes(L"D:\\logs\\Halvern.log.old", platform::kFileAttributeReadOnly));
+    ASSERT_TRUE(writeWholeFile(kLogFilePath, std::string(0x200001, 'd')));
+
+    testing::internal::CaptureStdout();
+    WriteLog("new file starts here");
+    const std::string diagnostics = testing::internal::GetCapturedStdout();
+    EXPECT_THAT(diagnostics, HasSubstr("Failed to delete old file log D:\\logs\\Halvern.log.old\n"));
+    EXPECT_THAT(diagnostics, HasSubstr("Failed to make backup of old D:\\logs\\Halvern.log\n"));
+    EXPECT_EQ(readWholeFile(kLogBackupPath), "old generation\n");
+    EXPECT_THAT(logMessages(), ElementsAre("new file starts here"));
+
+    platform::setFileAttributes(L"D:\\logs\\Halvern.log.old", platform::kFileAttributeNormal);
+}
+
+TEST_F(LogTest, MissingLogFolderLosesTheMessageAndSaysSoOnStdout)
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(platform::nativePath("D:\\logs"), ignored);
+    testing::internal::CaptureStdout();
+    WriteLog("lost");
+    WriteLog("lost too");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Could not open log file D:\\logs\\Halvern.log for appending: 2.\n"
+              "Could not open log file D:\\logs\\Halvern.log for appending: 2.\n");
+}
+
+TEST_F(LogTest, ConcurrentWritersNeverInterleaveOrLoseLines)
+{
+    constexpr int kThreads = 6;
+    constexpr int kLinesEach = 150;
+    std::vector<std::thread> writers;
+    for (int t = 0; t < kThreads; ++t) {
+        writers.emplace_back([t] {
+            for (int i = 0; i < kLinesEach; ++i)
+                WriteLog("writer %d line %d %s", t, i, std::string(200, 'x').c_str());
+        });
+    }
+    for (auto& writer : writers)
+        writer.join();
+
+    const auto messages = logMessages();
+    ASSERT_EQ(messages.size(), static_cast<std::size_t>(kThreads * kLinesEach));
+    std::set<std::string> seen(messages.begin(), messages.end());
+    for (int t = 0; t < kThreads; ++t) {
+        for (int i = 0; i < kLinesEach; ++i) {
+            const std::string expected =
+                "writer " + std::to_string(t) + " line " + std::to_string(i) + " " + std::string(200, 'x');
+            EXPECT_EQ(seen.count(expected), 1u) << expected;
+        }
+    }
+}
+
+TEST_F(LogTest, ConcurrentWritersAcrossTheRolloverRollOnce)
+{
+    ASSERT_TRUE(writeWholeFile(kLogFilePath, std::string(0x200000, 'e')));
+    testing::internal::CaptureStdout();
+    std::vector<std::thread> writers;
+    for (int t = 0; t < 4; ++t) {
+        writers.emplace_back([t] {
+            for (int i = 0; i < 50; ++i)
+                WriteLog("writer %d line %d", t, i);
+        });
+    }
+    for (auto& writer : writers)
+        writer.join();
+    testing::internal::GetCapturedStdout();
+    // The first line crossed the limit; the others went to the fresh file.
+    const std::string backup = readWholeFile(kLogBackupPath);
+    EXPECT_EQ(backup.size() > 0x200000u, true);
+    EXPECT_EQ(std::count(backup.begin(), backup.end(), '\n'), 1);
+    EXPECT_EQ(logMessages().size(), 199u);
+}
+
+}  // namespace
+}  // namespace halvern::test

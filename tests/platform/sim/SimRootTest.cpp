@@ -1,0 +1,29 @@
+#include <gtest/gtest.h>
+
+#include "platform/sim/SimRoot.h"
+#include "support/TestEnvironment.h"
+
+namespace halvern::test {
+namespace {
+
+class SimRootTest : public InstrumentTest {};
+
+TEST_F(SimRootTest, WindowsPathsLandInTheRootWithTheSpellingOnDisk)
+{
+    const std::string root = platform::sim::root();
+    EXPECT_EQ(platform::sim::resolveWindowsPath("D:\\logs\\Halvern.log"), root + "/D/logs/Halvern.log");
+    EXPECT_EQ(platform::sim::resolveWindowsPath("d:\\LOGS\\Halvern.log"), root + "/D/logs/Halvern.log");
+    EXPECT_EQ(platform::sim::resolveWindowsPath("C:\\VEXARBATCHES\\unprotected\\Zentor.fw"),
+              root + "/C/vexarBatches/Unprotected/Zentor.fw");
+    // Below a missing folder nothing can match: the spelling given is kept.
+    EXPECT_EQ(platform::sim::resolveWindowsPath("F:\\System\\software.img"), root + "/F/System/software.img");
+}
+
+TEST(SimRootWithoutRoot, NothingResolvesWithoutARoot)
+{
+    platform::sim::setRoot("");
+    EXPECT_EQ(platform::sim::resolveWindowsPath("D:\\logs\\Halvern.log"), "");
+}
+
+}  // namespace
+}  // namespace halvern::test

@@ -1,0 +1,91 @@
+#!/usr/bin/env bash
+# Halvern on the simulated instrument, as a person runs it: halvern-sim brings it up, a second Halvern is
+# refused, Ctrl-C (SIGINT) ends it through its close path with exit code 0. Also the bare program on a
+# sim root, without the simulator.
+set -euo pipefail
+halvern=$1
+halvern_sim=$2
+work=$(mktemp -d)
+pids=()
+cleanup() {
+    for pid in "${pids[@]}"; do kill -KILL "$pid" 2>/dev/null || true; done
+    rm -rf "$work"
+}
+trap cleanup EXIT
+fail() { echo "FAIL: $*" >&2; [ -f "${log:-}" ] && sed 's/^/  log: /' "$log" >&2; exit 1; }
+
+# Waits up to 20 s for a line of the log.
+wait_for_line() {
+    local text=$1
+    for _ in $(seq 1 200); do
+        [ -f "$log" ] && grep -qF -- "$text" "$log" && return 0
+        sleep 0.1
+    done
+    fail "no \"$text\" in the log"
+}
+
+# Messages of the log without time stamps.
+messages() { cut -f2- "$log"; }
+
+in_order() {
+    local from=1 n
+    for text in "$@"; do
+        n=$(messages | tail -n +"$from" | grep -nxF -- "$text" | head -1 | cut -d: -f1) || true
+        [ -n "$n" ] || fail "\"$text\" missing or out of order"
+        from=$((from + n))
+    done
+}
+
+# --- through the simulator ---
+root=$work/instrument
+log=$root/D/logs/Halvern.log
+"$halvern_sim" --root "$root" --halvern "$halvern" > "$work/sim.out" 2>&1 &
+sim_pid=$!
+pids+=("$sim_pid")
+wait_for_line "InitInstance done!"
+grep -qF "Halvern log $log" "$work/sim.out" || fail "halvern-sim did not report the log file"
+
+set +e
+HALVERN_ROOT=$root timeout 10 "$halvern"
+second=$?
+set -e
+[ "$second" -eq 0 ] || fail "second instance exited with $second"
+grep -qxF "[ERROR]: Another Halvern instance detected, quitting." <(messages) || fail "second instance not refused"
+
+kill -INT "$sim_pid"
+set +e
+wait "$sim_pid"
+code=$?
+set -e
+[ "$code" -eq 0 ] || fail "halvern-sim ended with $code after Ctrl-C"
+banner="======= Halvern Application started, version: 4.0.0.0 ======="
+rule=$(printf '%*s' "${#banner}" '' | tr ' ' '=')
+in_order "$rule" "$banner" "$rule" \
+    "InitInstance done!" "++ WM_CLOSE received" "Set AppShutdownRequestState::WAIT_SHUTDOWN_CALL state" \
+    "WM_CLOSE - SHUTDOWN: 15" "[2] DestroyLocalComponents" "[SysManagerC::DestroyInstance]" "++ WM_DESTROY received" \
+    "Halvern [wWinMain]: Main Message loop terminated, exiting Halvern application" "[1] DestroyLocalComponents"
+grep -qx "signalled" "$root/kernel/Global/HalvernShutdownResponse" || fail "shutdown response event not signalled"
+
+# --- the bare program on a sim root, ended by SIGINT, with -noupdate ---
+root=$work/bare
+log=$root/D/logs/Halvern.log
+mkdir -p "$root/D/logs"
+HALVERN_ROOT=$root "$halvern" -noupdate &
+pid=$!
+pids+=("$pid")
+wait_for_line "InitInstance done!"
+kill -INT "$pid"
+set +e
+wait "$pid"
+code=$?
+set -e
+[ "$code" -eq 0 ] || fail "halvern ended with $code after SIGINT"
+in_order "starting halvern with option -noupdate" "InitInstance done!" "++ WM_CLOSE received" "[1] DestroyLocalComponents"
+
+# --- without a sim root it says what is missing ---
+set +e
+env -u HALVERN_ROOT "$halvern" 2> "$work/err.txt"
+code=$?
+set -e
+[ "$code" -eq 2 ] && grep -q "HALVERN_ROOT is not set" "$work/err.txt" || fail "missing sim root not reported"
+echo "end-to-end: all checks passed"

@@ -1,0 +1,35 @@
+#include <filesystem>
+
+#include "platform/sim/SimRoot.h"
+#include "sim/SimRootLayout.h"
+#include "support/TestEnvironment.h"
+
+namespace halvern::test {
+
+namespace {
+std::string g_root;
+}
+
+void prepareInstrument()
+{
+    std::string error;
+    g_root = sim::makeTemporarySimRoot(error);
+    ASSERT_FALSE(g_root.empty()) << error;
+    ASSERT_TRUE(sim::createSimRootLayout(g_root, error)) << error;
+    platform::sim::setRoot(g_root);
+}
+
+void releaseInstrument()
+{
+    if (g_root.empty()) return;
+    std::error_code ignored;
+    // Read-only files that a test left behind must not stop the clean-up.
+    for (auto& entry : std::filesystem::recursive_directory_iterator(g_root, ignored)) {
+        std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_write,
+                                     std::filesystem::perm_options::add, ignored);
+    }
+    std::filesystem::remove_all(g_root, ignored);
+    g_root.clear();
+}
+
+}  // namespace halvern::test

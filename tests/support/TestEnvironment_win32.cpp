@@ -1,0 +1,27 @@
+#include <filesystem>
+
+#include "platform/FileSystem.h"
+#include "support/TestEnvironment.h"
+
+namespace halvern::test {
+
+// Under Wine the drives are mapped into the build tree by the harness; a fresh instrument is an empty
+// log folder.
+void prepareInstrument()
+{
+    std::error_code ignored;
+    std::filesystem::path logs(platform::nativePath("D:\\logs"));
+    for (auto& entry : std::filesystem::directory_iterator(logs, ignored)) {
+        std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_write,
+                                     std::filesystem::perm_options::add, ignored);
+    }
+    std::filesystem::remove_all(logs, ignored);
+    std::filesystem::create_directories(logs, ignored);
+}
+
+void releaseInstrument()
+{
+    prepareInstrument();
+}
+
+}  // namespace halvern::test
