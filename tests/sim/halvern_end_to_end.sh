@@ -39,7 +39,8 @@ in_order() {
 # --- through the simulator ---
 root=$work/instrument
 log=$root/D/logs/Halvern.log
-"$halvern_sim" --root "$root" --halvern "$halvern" > "$work/sim.out" 2>&1 &
+# Without --halvern: the simulator finds the program beside itself, as the README's run command relies on.
+"$halvern_sim" --root "$root" > "$work/sim.out" 2>&1 &
 sim_pid=$!
 pids+=("$sim_pid")
 wait_for_line "InitInstance done!"
