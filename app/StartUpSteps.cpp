@@ -2,9 +2,17 @@
 // done, so nothing may claim it.
 #include "app/StartUpSteps.h"
 
+#include "app/Log.h"
+#include "sysmanager/SysManagerC.h"
+
 namespace halvern {
 
-void HwRelatedInit() {}
+void HwRelatedInit()
+{
+    // Without the EFI link the instrument still starts: commands then fail one by one.
+    if (!SysManagerC::Instance()->GetEFIServiceIPC().InitializeEFICommunication())
+        WriteLog("Halvern [%s] [ERROR]: Failed to initialize communication with EFI", "HwRelatedInit");
+}
 void CheckTouchState() {}
 void RepairSerialMouseService() {}
 void EnsureWlanCountryCode() {}
@@ -24,10 +32,6 @@ bool StartSepServer()
 }
 void StopSepServer() {}
 void DeletePreviousFirmwareFile() {}
-bool isHwErrorDetected(bool)
-{
-    return false;
-}
 void HandleProductionModeFlagFile() {}
 void StartNetworkObserver() {}
 void InitWlanAccessPoint() {}

@@ -1,6 +1,8 @@
-// halvern-sim: the simulated instrument. It prepares a sim root, starts the host build of Halvern on it
-// and forwards Ctrl-C (and SIGTERM) to Halvern as a close request, so Halvern ends through its own close
-// path. Its exit code is Halvern's.
+// halvern-sim: the simulated instrument. It prepares a sim root, brings up the instrument's devices and
+// its control socket, starts the host build of Halvern on it and forwards Ctrl-C (and SIGTERM) to Halvern
+// as a close request, so Halvern ends through its own close path. Its exit code is Halvern's.
+// `halvern-sim ctl WORDS...` sends one control command to a running instrument.
+#include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,7 +16,10 @@
 #include <string>
 #include <vector>
 
+#include "platform/sim/SimRoot.h"
+#include "sim/ControlServer.h"
 #include "sim/SimRootLayout.h"
+#include "sim/efi/EfiControlCommands.h"
 
 namespace {
 
@@ -34,6 +39,39 @@ std::string besideThisProgram(const char* name)
     return dir.substr(0, dir.find_last_of('/') + 1) + name;
 }
 
+int runControlClient(std::string root, const std::vector<std::string>& words)
+{
+    if (root.empty()) {
+        const char* fromEnvironment = std::getenv("HALVERN_ROOT");
+        root = fromEnvironment != nullptr ? fromEnvironment : "";
+    }
+    if (root.empty()) {
+        std::fprintf(stderr, "halvern-sim ctl: give --root DIR or set HALVERN_ROOT\n");
+        return 2;
+    }
+    std::string line;
+    for (const auto& word : words)
+        line += (line.empty() ? "" : " ") + word;
+    std::string reply;
+    const bool answered = halvern::sim::sendControlCommand(root, line, reply);
+    std::printf("%s\n", reply.c_str());
+    return answered && reply.rfind("OK", 0) == 0 ? 0 : 1;
+}
+
+// Without Halvern the instrument runs until Ctrl-C or SIGTERM.
+int runInstrumentOnly()
+{
+    sigset_t closeSignals;
+    sigemptyset(&closeSignals);
+    sigaddset(&closeSignals, SIGINT);
+    sigaddset(&closeSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &closeSignals, nullptr);
+    int signal = 0;
+    sigwait(&closeSignals, &signal);
+    std::printf("halvern-sim: instrument stopped\n");
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -42,10 +80,19 @@ int main(int argc, char** argv)
     std::string root;
     std::string halvernPath = besideThisProgram("halvern");
     std::vector<std::string> halvernArguments;
+    bool withoutHalvern = false;
     app.add_option("--root", root, "sim root to use (created if missing); default: a new temporary folder");
     app.add_option("--halvern", halvernPath, "the host build of Halvern to start")->capture_default_str();
+    app.add_flag("--no-halvern", withoutHalvern, "run the instrument only, until Ctrl-C");
     app.add_option("halvern-arguments", halvernArguments, "arguments for Halvern, after --");
+    auto* ctl = app.add_subcommand("ctl", "send one command to a running instrument and print its reply");
+    std::string ctlRoot;
+    std::vector<std::string> ctlWords;
+    ctl->add_option("--root", ctlRoot, "the instrument's sim root; default: $HALVERN_ROOT");
+    ctl->add_option("words", ctlWords, "the command, e.g. efi power battery")->required();
+    ctl->prefix_command();
     CLI11_PARSE(app, argc, argv);
+    if (ctl->parsed()) return runControlClient(ctlRoot, ctlWords);
 
     std::string error;
     if (root.empty()) root = halvern::sim::makeTemporarySimRoot(error);
@@ -53,9 +100,23 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
         return 2;
     }
+    platform::sim::setRoot(root);
+    // The devices come up before Halvern, which talks to them from its first steps.
+    halvern::sim::ControlCommandsC commands;
+    halvern::sim::EfiControllerModelC efiModel;
+    halvern::sim::EfiServiceSimC efiService(efiModel);
+    if (!efiService.start()) std::fprintf(stderr, "halvern-sim: the EFI service cannot serve its pipes\n");
+    halvern::sim::addEfiControlCommands(commands, efiModel, efiService);
+    halvern::sim::ControlServerC control(commands);
+    if (!control.start(root, error)) {
+        std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
+        return 2;
+    }
     std::printf("halvern-sim: sim root %s\n", root.c_str());
+    std::printf("halvern-sim: control %s\n", halvern::sim::controlSocketPath(root).c_str());
     std::printf("halvern-sim: Halvern log %s\n", halvern::sim::logFilePath(root).c_str());
     std::fflush(stdout);
+    if (withoutHalvern) return runInstrumentOnly();
 
     struct sigaction action {};
     action.sa_handler = onCloseSignal;

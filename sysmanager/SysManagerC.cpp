@@ -35,6 +35,7 @@ void SysManagerC::SetMainWindow(platform::WindowHandle window)
 {
     std::lock_guard<std::mutex> guard(m_lock);
     m_mainWindow = window;
+    m_efiServiceIPC.SetTargetWindow(window);
 }
 
 platform::WindowHandle SysManagerC::GetMainWindow() const

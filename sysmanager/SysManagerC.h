@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <mutex>
 
+#include "efi/EFIServiceIPC.h"
 #include "platform/Handle.h"
 #include "platform/Window.h"
 
@@ -29,8 +30,11 @@ public:
     // Tears the instance down; runs once however many of the teardown paths call it.
     static void DestroyInstance();
 
+    // The main window also becomes the target of the EFI notifications.
     void SetMainWindow(platform::WindowHandle window);
     platform::WindowHandle GetMainWindow() const;
+
+    EFIServiceIPC& GetEFIServiceIPC() { return m_efiServiceIPC; }
 
     void SetBackendToFrontendDelay(std::uint32_t milliseconds) { m_backendToFrontendDelay = milliseconds; }
     std::uint32_t GetBackendToFrontendDelay() const { return m_backendToFrontendDelay; }
@@ -62,4 +66,5 @@ private:
     std::int32_t m_applicationPowerRequestType = POWER_REQUEST_QUIT;
     bool m_powerRequestForce = false;
     std::uint32_t m_powerRequestTimeout = 0;
+    EFIServiceIPC m_efiServiceIPC;
 };

@@ -1,0 +1,6 @@
+#include "efi/EFIServiceIPCDirectCommand.h"
+
+EFIServiceIPCDirectCommand::EFIServiceIPCDirectCommand(const std::wstring& request)
+{
+    SetRequest(request);
+}

@@ -1,0 +1,40 @@
+#include "efi/EFIServiceIPCStatusControlCommand.h"
+
+#include <cstdio>
+#include <stdexcept>
+#include <unordered_map>
+
+#include "app/Log.h"
+#include "platform/Text.h"
+
+EFIServiceIPCStatusControlCommand::EFIServiceIPCStatusControlCommand(int itemId, int access, std::int32_t value)
+    : m_access(access), m_value(value)
+{
+    static const std::unordered_map<int, std::wstring> table{
+        {0, L"PWRSELECT"},   {1, L"PWRSUPPLY"}, {2, L"PWRSOURCE"}, {3, L"SYSTEM"},
+        {4, L"WAKEUPTIMER"}, {5, L"SMBUS"},     {6, L"AUTORUN"},
+    };
+    const bool set = access == EFI_SC_SET;
+    try {
+        const std::wstring& keyword = table.at(itemId);
+        if (set) {
+            char hex[16] = {};
+            std::snprintf(hex, sizeof hex, "%.2x", static_cast<unsigned>(value));
+            SetRequest(keyword + L":SET:" + platform::widen(hex));
+        } else {
+            SetRequest(keyword + L":GET");
+        }
+    } catch (const std::exception& error) {
+        WriteLog("[%s] [ERROR]: Status/Control command ID %d:%s not found (%s)!",
+                 "EFIServiceIPCStatusControlCommand::EFIServiceIPCStatusControlCommand", itemId, set ? "SET" : "GET",
+                 error.what());
+        FreeRequest();
+    }
+}
+
+bool EFIServiceIPCStatusControlCommand::ParseReply()
+{
+    if (!EFIServiceIPCMessageI::ParseReply()) return false;
+    if (m_access == EFI_SC_GET) m_value = halvern::efi::replyAsInteger(GetReplyText());
+    return true;
+}

@@ -1,0 +1,27 @@
+#pragma once
+// The simulated instrument's control commands: one line of words in, one line out ("OK ..." or
+// "ERROR ..."). Each device model adds its commands under a first word of its own ("efi", ...).
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace halvern::sim {
+
+class ControlCommandsC {
+public:
+    // Answers a command's arguments (the words after the first); the reply starts with "OK" or "ERROR".
+    using Handler = std::function<std::string(const std::vector<std::string>& arguments)>;
+
+    void add(const std::string& word, Handler handler);
+    std::string execute(const std::string& line);
+
+private:
+    std::mutex m_lock;
+    std::map<std::string, Handler> m_handlers;
+};
+
+std::vector<std::string> splitWords(const std::string& line);
+
+}  // namespace halvern::sim
