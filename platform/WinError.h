@@ -24,6 +24,7 @@ constexpr std::uint32_t kErrorInvalidWindowHandle = 1400;
 constexpr std::uint32_t kErrorCannotFindWndClass = 1407;
 constexpr std::uint32_t kErrorResourceNameNotFound = 1814;
 constexpr std::uint32_t kErrorOperationAborted = 995;
+constexpr std::uint32_t kErrorNotFound = 1168;
 constexpr std::uint32_t kErrorIoPending = 997;
 constexpr std::uint32_t kWsaEWouldBlock = 10035;
 

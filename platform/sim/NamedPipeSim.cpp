@@ -130,8 +130,13 @@ public:
         return true;
     }
 
+    // Like CancelIoEx, only a call in progress is cancelled; one that begins later blocks as usual.
     bool cancel()
     {
+        if (m_inProgress.load() == 0) {
+            setLastError(kErrorNotFound);
+            return false;
+        }
         const std::uint64_t one = 1;
         return ::write(m_cancel.get(), &one, sizeof one) == static_cast<ssize_t>(sizeof one);
     }
@@ -140,11 +145,17 @@ private:
     // Waits until `fd` has something to read, or fails with 995 once the handle is cancelled.
     bool waitReadable(int fd)
     {
+        ++m_inProgress;
         for (;;) {
             pollfd fds[2] = {{fd, POLLIN, 0}, {m_cancel.get(), POLLIN, 0}};
             const int ready = ::poll(fds, 2, -1);
             if (ready < 0 && errno == EINTR) continue;
+            --m_inProgress;
             if (ready < 0 || (fds[1].revents & POLLIN) != 0) {
+                std::uint64_t count = 0;
+                if (::read(m_cancel.get(), &count, sizeof count) < 0) {
+                    // Nothing to drain: a failed poll, not a cancel.
+                }
                 setLastError(kErrorOperationAborted);
                 return false;
             }
@@ -178,8 +189,9 @@ private:
 
     UniqueFd m_socket;
     std::shared_ptr<ListenerC> m_listener;
-    UniqueFd m_cancel;
+    UniqueFd m_cancel;  // an eventfd that a cancel makes readable
     std::vector<unsigned char> m_pending;
+    std::atomic<int> m_inProgress{0};
 };
 
 PipeC* lookupPipe(HandleValue handle)
