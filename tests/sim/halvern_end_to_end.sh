@@ -45,6 +45,18 @@ sim_pid=$!
 pids+=("$sim_pid")
 wait_for_line "InitInstance done!"
 grep -qF "Halvern log $log" "$work/sim.out" || fail "halvern-sim did not report the log file"
+# The simulator's EFI service is up before Halvern starts, so the hardware check reads it.
+in_order "[HW Status] *****************************" \
+    "Got EFI service HW status: EFIRunningMode:1,FPGAReady:1,HPSReady:1,TELOReady:1," \
+    "[INFO]: isHwErrorDetected: Successfully parsed EFI's HW status" "[HW Status] FPGA Ready	: OK"
+ctl() { "$halvern_sim" ctl --root "$root" "$@"; }
+[ "$(ctl efi button press)" = "OK pressed (1 reader)" ] || fail "the power button did not reach Halvern's reader"
+wait_for_line "[EFIServiceIPC::ReadResponseFromEFI]: ReadResponseFromEFI [1]"
+ctl efi nonsense > /dev/null && fail "an unknown control command was accepted"
+# Stopping the service breaks Halvern's notification pipe; Halvern goes on and still closes cleanly.
+ctl efi service stop > /dev/null || fail "cannot stop the EFI service"
+wait_for_line "[EFIServiceIPC::ReadResponseFromEFI] [WARN]: Notification pipe has been broken"
+ctl efi service start > /dev/null || fail "cannot start the EFI service again"
 
 set +e
 HALVERN_ROOT=$root timeout 10 "$halvern"
@@ -81,7 +93,27 @@ wait "$pid"
 code=$?
 set -e
 [ "$code" -eq 0 ] || fail "halvern ended with $code after SIGINT"
-in_order "starting halvern with option -noupdate" "InitInstance done!" "++ WM_CLOSE received" "[1] DestroyLocalComponents"
+in_order "starting halvern with option -noupdate" "Halvern [HwRelatedInit] [ERROR]: Failed to initialize communication with EFI" \
+    "[ERROR]: isHwErrorDetected: Failed to execute HW status EFI command" "InitInstance done!" "++ WM_CLOSE received" \
+    "[1] DestroyLocalComponents"
+
+# --- the instrument without Halvern, which a test then runs itself ---
+root=$work/only
+log=$root/D/logs/Halvern.log
+"$halvern_sim" --root "$root" --no-halvern > "$work/only.out" 2>&1 &
+only_pid=$!
+pids+=("$only_pid")
+for _ in $(seq 1 100); do [ -S "$root/sim/control" ] && break; sleep 0.1; done
+"$halvern_sim" ctl --root "$root" efi battery L rsoc 7 > /dev/null || fail "the instrument alone takes no commands"
+HALVERN_ROOT=$root "$halvern" &
+pid=$!
+pids+=("$pid")
+wait_for_line "InitInstance done!"
+grep -qF "Got EFI service HW status: " "$log" || fail "Halvern did not reach the instrument's EFI service"
+kill -INT "$pid"
+wait "$pid" || fail "halvern on the instrument alone did not end cleanly"
+kill -INT "$only_pid"
+wait "$only_pid" || fail "halvern-sim --no-halvern did not end cleanly on Ctrl-C"
 
 # --- without a sim root it says what is missing ---
 set +e
