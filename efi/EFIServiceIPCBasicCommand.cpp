@@ -22,12 +22,19 @@ const std::unordered_map<int, std::wstring>& basicTable()
 EFIServiceIPCBasicCommand::EFIServiceIPCBasicCommand(int commandId) : m_commandId(commandId)
 {
     try {
-        SetRequest(L"BASIC:" + basicTable().at(commandId));
+        SetRequest(halvern::efi::formatRequest(L"BASIC:%S", basicTable().at(commandId).c_str()));
     } catch (const std::exception& error) {
-        WriteLog("[%s] [ERROR]: BASIC command ID %d not found (%s)!",
-                 "EFIServiceIPCBasicCommand::EFIServiceIPCBasicCommand", commandId, error.what());
-        FreeRequest();
+        NotFound(commandId, error.what());
+    } catch (...) {
+        NotFound(commandId, "Unknown exception");
     }
+}
+
+void EFIServiceIPCBasicCommand::NotFound(int commandId, const char* reason)
+{
+    WriteLog("[%s] [ERROR]: BASIC command ID %d not found (%s)!",
+             "EFIServiceIPCBasicCommand::EFIServiceIPCBasicCommand", commandId, reason);
+    FreeRequest();
 }
 
 bool parseHwStatus(const EFIServiceIPCMessageI& message, EFIHwStatus& status)

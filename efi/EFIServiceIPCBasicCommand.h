@@ -20,6 +20,7 @@ public:
     int GetCommandId() const { return m_commandId; }
 
 private:
+    void NotFound(int commandId, const char* reason);
     int m_commandId;
 };
 

@@ -25,12 +25,20 @@ const std::unordered_map<int, std::wstring>& batteryItemTable()
 EFIServiceIPCBatteryCommand::EFIServiceIPCBatteryCommand(int batteryId, int itemId)
 {
     try {
-        SetRequest(L"BAT:" + batteryTable().at(batteryId) + L":" + batteryItemTable().at(itemId));
+        SetRequest(halvern::efi::formatRequest(L"BAT:%S:%S", batteryTable().at(batteryId).c_str(),
+                                               batteryItemTable().at(itemId).c_str()));
     } catch (const std::exception& error) {
-        WriteLog("[%s] [ERROR]: Battery command ID %d:%d not found (%s)!",
-                 "EFIServiceIPCBatteryCommand::EFIServiceIPCBatteryCommand", batteryId, itemId, error.what());
-        FreeRequest();
+        NotFound(batteryId, itemId, error.what());
+    } catch (...) {
+        NotFound(batteryId, itemId, "Unknown exception");
     }
+}
+
+void EFIServiceIPCBatteryCommand::NotFound(int batteryId, int itemId, const char* reason)
+{
+    WriteLog("[%s] [ERROR]: Battery command ID %d:%d not found (%s)!",
+             "EFIServiceIPCBatteryCommand::EFIServiceIPCBatteryCommand", batteryId, itemId, reason);
+    FreeRequest();
 }
 
 bool EFIServiceIPCBatteryCommand::ParseReply()

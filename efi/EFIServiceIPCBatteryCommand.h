@@ -19,5 +19,6 @@ public:
     std::int32_t GetValue() const { return m_value; }
 
 private:
+    void NotFound(int batteryId, int itemId, const char* reason);
     std::int32_t m_value = 0;
 };

@@ -7,4 +7,7 @@ enum EFIExtSupplyItemId : int { EFI_EXT_VOLTAGE = 0, EFI_EXT_PEAK = 1, EFI_EXT_B
 class EFIServiceIPCExtSupplyCommand : public EFIServiceIPCMessageI {
 public:
     explicit EFIServiceIPCExtSupplyCommand(int itemId);
+
+private:
+    void NotFound(int itemId, const char* reason);
 };

@@ -33,6 +33,14 @@ const std::unordered_map<int, std::wstring>& ledTable()
 
 }  // namespace
 
+void EFIServiceIPCLEDCommand::NotFound(const std::wstring (&keywords)[3], const char* reason)
+{
+    WriteLog("[%s] [ERROR]: LED command RGB -> LED:%S:%S:%S not found (%s)!",
+             "EFIServiceIPCLEDCommand::EFIServiceIPCLEDCommand", keywords[0].c_str(), keywords[1].c_str(),
+             keywords[2].c_str(), reason);
+    FreeRequest();
+}
+
 EFIServiceIPCLEDCommand::EFIServiceIPCLEDCommand(int red, int green, int blue)
 {
     std::wstring keywords[3];
@@ -40,11 +48,11 @@ EFIServiceIPCLEDCommand::EFIServiceIPCLEDCommand(int red, int green, int blue)
         keywords[0] = ledTable().at(red);
         keywords[1] = ledTable().at(green);
         keywords[2] = ledTable().at(blue);
-        SetRequest(L"LED:" + keywords[0] + L":" + keywords[1] + L":" + keywords[2]);
+        SetRequest(halvern::efi::formatRequest(L"LED:%S:%S:%S", keywords[0].c_str(), keywords[1].c_str(),
+                                               keywords[2].c_str()));
     } catch (const std::exception& error) {
-        WriteLog("[%s] [ERROR]: LED command RGB -> LED:%S:%S:%S not found (%s)!",
-                 "EFIServiceIPCLEDCommand::EFIServiceIPCLEDCommand", keywords[0].c_str(), keywords[1].c_str(),
-                 keywords[2].c_str(), error.what());
-        FreeRequest();
+        NotFound(keywords, error.what());
+    } catch (...) {
+        NotFound(keywords, "Unknown exception");
     }
 }

@@ -1,5 +1,7 @@
 #pragma once
 // "LED:<red>:<green>:<blue>": the mode of each colour of the power LED.
+#include <string>
+
 #include "efi/EFIServiceIPCMessageI.h"
 
 // Ids of the LED mode table. 5 is listed twice (BLINK and BLINK_2_5HZ); the first entry wins.
@@ -16,4 +18,7 @@ enum EFILedModeId : int {
 class EFIServiceIPCLEDCommand : public EFIServiceIPCMessageI {
 public:
     EFIServiceIPCLEDCommand(int red, int green, int blue);
+
+private:
+    void NotFound(const std::wstring (&keywords)[3], const char* reason);
 };

@@ -1,5 +1,7 @@
 #include "efi/EFIServiceIPCMessageI.h"
 
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <cwchar>
 #include <new>
@@ -13,6 +15,32 @@ std::wstring fromWire(const char16_t* text, std::size_t maxChars)
     for (std::size_t i = 0; i < maxChars && text[i] != u'\0'; ++i)
         result.push_back(static_cast<wchar_t>(text[i]));
     return result;
+}
+
+std::wstring formatRequest(const wchar_t* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::wstring text;
+    for (const wchar_t* p = format; *p != L'\0'; ++p) {
+        char number[32] = {};
+        if (std::wcsncmp(p, L"%S", 2) == 0) {
+            text += va_arg(args, const wchar_t*);
+            p += 1;
+        } else if (std::wcsncmp(p, L"%d", 2) == 0) {
+            std::snprintf(number, sizeof number, "%d", va_arg(args, int));
+            p += 1;
+        } else if (std::wcsncmp(p, L"%.2x", 4) == 0) {
+            std::snprintf(number, sizeof number, "%.2x", va_arg(args, unsigned));
+            p += 3;
+        } else {
+            text.push_back(*p);
+        }
+        for (const char* digit = number; *digit != '\0'; ++digit)
+            text.push_back(static_cast<wchar_t>(*digit));
+    }
+    va_end(args);
+    return text;
 }
 
 std::int32_t replyAsInteger(const std::wstring& reply)

@@ -49,6 +49,9 @@ namespace halvern::efi {
 
 // The UTF-16 text at `text` (at most `maxChars` code units, up to its NUL) as a wide string.
 std::wstring fromWire(const char16_t* text, std::size_t maxChars);
+// The service's request formats, printf-style with the directives they use: %S (a wide string), %d and
+// %.2x. Formatted here so that the texts come out alike whatever the width of wchar_t.
+std::wstring formatRequest(const wchar_t* format, ...);
 // The reply read as a decimal integer the way the C runtime's _wtoi reads it (0 when it is not a number).
 std::int32_t replyAsInteger(const std::wstring& reply);
 

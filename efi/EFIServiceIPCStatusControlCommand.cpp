@@ -1,11 +1,9 @@
 #include "efi/EFIServiceIPCStatusControlCommand.h"
 
-#include <cstdio>
 #include <stdexcept>
 #include <unordered_map>
 
 #include "app/Log.h"
-#include "platform/Text.h"
 
 EFIServiceIPCStatusControlCommand::EFIServiceIPCStatusControlCommand(int itemId, int access, std::int32_t value)
     : m_access(access), m_value(value)
@@ -17,19 +15,23 @@ EFIServiceIPCStatusControlCommand::EFIServiceIPCStatusControlCommand(int itemId,
     const bool set = access == EFI_SC_SET;
     try {
         const std::wstring& keyword = table.at(itemId);
-        if (set) {
-            char hex[16] = {};
-            std::snprintf(hex, sizeof hex, "%.2x", static_cast<unsigned>(value));
-            SetRequest(keyword + L":SET:" + platform::widen(hex));
-        } else {
-            SetRequest(keyword + L":GET");
-        }
+        if (set)
+            SetRequest(halvern::efi::formatRequest(L"%S:SET:%.2x", keyword.c_str(), static_cast<unsigned>(value)));
+        else
+            SetRequest(halvern::efi::formatRequest(L"%S:GET", keyword.c_str()));
     } catch (const std::exception& error) {
-        WriteLog("[%s] [ERROR]: Status/Control command ID %d:%s not found (%s)!",
-                 "EFIServiceIPCStatusControlCommand::EFIServiceIPCStatusControlCommand", itemId, set ? "SET" : "GET",
-                 error.what());
-        FreeRequest();
+        NotFound(itemId, set, error.what());
+    } catch (...) {
+        NotFound(itemId, set, "Unknown exception");
     }
+}
+
+void EFIServiceIPCStatusControlCommand::NotFound(int itemId, bool set, const char* reason)
+{
+    WriteLog("[%s] [ERROR]: Status/Control command ID %d:%s not found (%s)!",
+             "EFIServiceIPCStatusControlCommand::EFIServiceIPCStatusControlCommand", itemId, set ? "SET" : "GET",
+             reason);
+    FreeRequest();
 }
 
 bool EFIServiceIPCStatusControlCommand::ParseReply()

@@ -23,6 +23,7 @@ public:
     std::int32_t GetValue() const { return m_value; }
 
 private:
+    void NotFound(int itemId, bool set, const char* reason);
     int m_access;
     std::int32_t m_value;
 };

@@ -41,7 +41,10 @@ TEST_F(EFIMessageTest, RequestsAreBuiltFromTheKeywordTables)
     EXPECT_EQ(request(EFIServiceIPCStatusControlCommand(EFI_SC_AUTORUN, EFI_SC_SET, 1)), L"AUTORUN:SET:01");
     EXPECT_EQ(request(EFIServiceIPCStatusControlCommand(EFI_SC_AUTORUN, EFI_SC_GET, 0)), L"AUTORUN:GET");
     EXPECT_EQ(request(EFIServiceIPCStatusControlCommand(EFI_SC_PWRSOURCE, 2, 0)), L"PWRSOURCE:GET");
-    EXPECT_EQ(request(EFIServiceIPCDirectCommand(L"REG:SET:74:3")), L"REG:SET:74:3");
+    EXPECT_EQ(EFIServiceIPCDirectCommand::RegisterSetRequest(79, -2), L"REG:SET:79:-2");
+    EXPECT_EQ(EFIServiceIPCDirectCommand::RegisterSetRequest(76, 1), L"");
+    EXPECT_EQ(std::wstring(EFIServiceIPCDirectCommand::RegisterGetRequest(81)), L"REG:GET:81");
+    EXPECT_EQ(EFIServiceIPCDirectCommand::RegisterGetRequest(82), nullptr);
     // A direct request keeps what fits the buffer with its terminator.
     const EFIServiceIPCDirectCommand longRequest(std::wstring(5000, L'x'));
     EXPECT_EQ(request(longRequest), std::wstring(1023, L'x'));
