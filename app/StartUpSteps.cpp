@@ -18,11 +18,6 @@ StepVerdict CheckUsbUpdate(bool)
 {
     return StepVerdict::Continue;
 }
-bool StartSepServer()
-{
-    return true;
-}
-void StopSepServer() {}
 void DeletePreviousFirmwareFile() {}
 bool isHwErrorDetected(bool)
 {
