@@ -152,9 +152,8 @@ void NetTcpIpServerC::receiveFrom(int connection, const std::shared_ptr<ClientT>
     m_listener.onDataReceived(connection, m_receiveBuffer.data(), static_cast<std::size_t>(received));
 }
 
-void NetTcpIpServerC::refuse(platform::UniqueSocket socket, const char* text, int connection)
+void NetTcpIpServerC::refuse(platform::UniqueSocket socket, const char* text)
 {
-    (void)connection;
     // The text goes with its NUL so that a client can print what it received as it is.
     platform::sendSocket(socket.get(), text, std::strlen(text) + 1);
     platform::shutdownSocket(socket.get());
@@ -194,9 +193,9 @@ void NetTcpIpServerC::acceptNewConnection()
                                ? m_config.maxClients
                                : NetTcpIpServerCfgT::HARD_CLIENT_LIMIT;
     if (count >= limit || !allowed) {
-        refuse(std::move(socket), REFUSED, connection);
         debugLog(kDebugLevelDetail, "acceptOrReceive: new connection denied %d! nCnt %d, maxCnt %d\n", connection,
                  static_cast<int>(count), static_cast<int>(limit));
+        refuse(std::move(socket), REFUSED);
         return;
     }
     auto client = std::make_shared<ClientT>();

@@ -83,7 +83,7 @@ private:
     void acceptOrReceive();
     void acceptNewConnection();
     void receiveFrom(int connection, const std::shared_ptr<ClientT>& client);
-    void refuse(platform::UniqueSocket socket, const char* text, int connection);
+    void refuse(platform::UniqueSocket socket, const char* text);
     void closeClient(int connection);
     void closeClientConnections();
 
