@@ -89,6 +89,9 @@ bool NetTcpIpServerC::stop()
     m_stateMachine.goToState(TcpIpServerStateMachineC::STATE_STOPPING);
     debugLog(kDebugLevelDetail, "Stopping\n");
     m_stopRequested = true;
+    // A connection to the own port ends the task's select at once instead of after its pass time-out.
+    platform::UniqueSocket wake = platform::createTcpSocket();
+    if (wake) platform::connectSocket(wake.get(), platform::kLoopbackAddress, m_boundPort);
     m_task.join();
     debugLog(kDebugLevelDetail, "onStop\n");
     closeClientConnections();
