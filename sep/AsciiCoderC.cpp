@@ -99,13 +99,20 @@ bool AsciiCoderC::patchTrailer(MAL::UTI::RingBufferC& buffer)
         if (i >= m_checksumOffset && i < m_checksumOffset + kChecksumChars) continue;
         crc = crc16Update(crc, buffer.byteAt(i));
     }
-    // Low byte first, on purpose: clients compare the characters in this order.
-    char text[kChecksumChars + 1];
-    const int numberCharsWritten = std::snprintf(text, sizeof text, "%02X%02X", crc & 0xFF, crc >> 8);
-    if (!MAL_ASSERT(numberCharsWritten == 2 * NUMBER_HEX_CHARS_FOR_BYTE)) return false;
+    const std::string text = checksumText(crc);
+    if (!MAL_ASSERT(text.size() == kChecksumChars)) return false;
     for (std::size_t i = 0; i < kChecksumChars; ++i)
         buffer.patch(m_checksumOffset + i, static_cast<std::uint8_t>(text[i]));
     return true;
+}
+
+std::string AsciiCoderC::checksumText(std::uint16_t crc)
+{
+    // Low byte first, on purpose: clients compare the characters in this order.
+    char text[kChecksumChars + 1];
+    const int numberCharsWritten = std::snprintf(text, sizeof text, "%02X%02X", crc & 0xFF, crc >> 8);
+    if (!MAL_ASSERT(numberCharsWritten == 2 * NUMBER_HEX_CHARS_FOR_BYTE)) return std::string();
+    return text;
 }
 
 bool AsciiCoderC::putSeparator()

@@ -38,6 +38,9 @@ public:
     std::unique_ptr<DataCoderI> clone() const override { return std::make_unique<AsciiCoderC>(); }
     const char* name() const override { return "ascii"; }
 
+    // The four checksum characters of a CRC as the line carries them.
+    static std::string checksumText(std::uint16_t crc);
+
 private:
     bool patchTrailer(MAL::UTI::RingBufferC& buffer) override;
     bool putSeparator();
