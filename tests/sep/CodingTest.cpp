@@ -313,6 +313,13 @@ TEST(AsciiCoderTest, RejectsOutOfRangeValuesAndTrailingCharacters)
     ASSERT_TRUE(header(coder, asciiFrame("SC1", "1.5x"), kind, id, source, destination));
     double d;
     EXPECT_FALSE(coder.readDouble(d));
+    ASSERT_TRUE(header(coder, asciiFrame("SC1", "\"open,1"), kind, id, source, destination));
+    EXPECT_FALSE(coder.readString(text)) << "a string needs its closing quote";
+    std::uint8_t bytes[2];
+    ASSERT_TRUE(header(coder, asciiFrame("SC1", "0A0"), kind, id, source, destination));
+    EXPECT_FALSE(coder.readBytes(bytes, 2));
+    ASSERT_TRUE(header(coder, asciiFrame("SC1", "0A0G"), kind, id, source, destination));
+    EXPECT_FALSE(coder.readBytes(bytes, 2));
     ASSERT_TRUE(header(coder, asciiFrame("SC1", "-INF,NAN"), kind, id, source, destination));
     ASSERT_TRUE(coder.readDouble(d));
     EXPECT_TRUE(std::isinf(d) && d < 0);

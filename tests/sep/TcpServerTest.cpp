@@ -161,6 +161,23 @@ TEST_F(TcpServerTest, EndlessInputWithoutLineEndIsDiscardedAndTheConnectionRecov
     EXPECT_EQ(increment(*client, 7, SEP::CodingE::Binary, Bytes{0x0D, 0x0A}), 8);
 }
 
+TEST_F(TcpServerTest, AWriteToAClientThatDoesNotReadGivesUpAfterItsTimeOut)
+{
+    start();
+    auto client = connect();
+    ASSERT_EQ(increment(*client, 0), 1);
+    const auto connections = server->server().connections();
+    ASSERT_EQ(connections.size(), 1u);
+    // Far more than the socket buffers of both ends hold; the client reads nothing, so the write must end
+    // by its time-out, on a virtual clock that runs it out at once.
+    ScriptedClockC clock;
+    platform::setClock(&clock);
+    const Bytes flood(64 * 1024 * 1024, 'x');
+    EXPECT_FALSE(server->server().writeData(connections.front(), flood.data(), flood.size()));
+    platform::setClock(nullptr);
+    EXPECT_GE(findMessage(logMessages(), "NetTcpIpServerC::writeData timeout (5000ms) exceeded"), 0);
+}
+
 TEST_F(TcpServerTest, EventsReachEveryClientAndStopClosesThem)
 {
     start();
