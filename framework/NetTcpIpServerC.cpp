@@ -228,7 +228,7 @@ void NetTcpIpServerC::closeClient(int connection)
 
 void NetTcpIpServerC::closeClientConnections()
 {
-    debugLog(kDebugLevelDetail, "%4d closeClientConnections\n", static_cast<int>(m_config.port));
+    debugLog(kDebugLevelDetail, "%4d closeClientConnections\n", static_cast<int>(m_boundPort));
     std::map<int, std::shared_ptr<ClientT>> clients;
     {
         std::lock_guard<std::mutex> guard(m_tableLock);
