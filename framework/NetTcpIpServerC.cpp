@@ -1,6 +1,8 @@
 #include "framework/NetTcpIpServerC.h"
 
 #include <cstring>
+#include <exception>
+#include <system_error>
 
 #include "framework/DebugLog.h"
 #include "platform/Clock.h"
@@ -78,7 +80,15 @@ bool NetTcpIpServerC::start()
     }
     m_stopRequested = false;
     m_stateMachine.goToState(TcpIpServerStateMachineC::STATE_WAIT_FOR_CONNECTION);
-    m_task = std::thread([this] { run(); });
+    try {
+        m_task = std::thread([this] { run(); });
+    } catch (const std::system_error& error) {
+        debugLog(kDebugLevelDetail, "%4d cannot start the server task, port %u (%s)\n", static_cast<int>(m_boundPort),
+                 static_cast<unsigned>(m_boundPort), error.what());
+        m_serverSocket.reset();
+        m_stateMachine.goToState(TcpIpServerStateMachineC::STATE_STOPPED);
+        return false;
+    }
     return true;
 }
 
@@ -105,8 +115,16 @@ void NetTcpIpServerC::run()
 {
     m_stateMachine.logExecState();
     debugLog(kDebugLevelDetail, "execWaitForConnectionState\n");
-    while (!m_stopRequested)
-        acceptOrReceive();
+    while (!m_stopRequested) {
+        // A failure while handling one client must not end the port for all of them.
+        try {
+            acceptOrReceive();
+        } catch (const std::exception& error) {
+            debugLog(kDebugLevelDetail, "acceptOrReceive: %s\n", error.what());
+        } catch (...) {
+            debugLog(kDebugLevelDetail, "acceptOrReceive: unknown exception\n");
+        }
+    }
 }
 
 void NetTcpIpServerC::acceptOrReceive()

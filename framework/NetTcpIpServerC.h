@@ -34,7 +34,7 @@ struct NetTcpIpServerCfgT {
     bool replaceSingleClient = false;
     std::size_t receiveSize = 1024;
     // Of the record's further values (1, 5000, 10, 500, 1, 2) the server uses 5000 as writeData's time-out
-    // and 500 as the longest select of one pass, which is how quickly a stop is noticed.
+    // and 500 as the longest select of one pass of the accept/receive loop.
     std::uint32_t writeTimeoutMs = 5000;
     std::uint32_t passTimeoutMs = 500;
     std::vector<AddressRangeT> allowedRanges = defaultAllowedRanges();
