@@ -108,7 +108,7 @@ bool AsciiCoderC::patchTrailer(MAL::UTI::RingBufferC& buffer)
 
 std::string AsciiCoderC::checksumText(std::uint16_t crc)
 {
-    // Low byte first, on purpose: clients compare the characters in this order.
+    // Low byte first, on purpose (the CRC 0x1234 goes out as "3412"): clients compare the characters in this order.
     char text[kChecksumChars + 1];
     const int numberCharsWritten = std::snprintf(text, sizeof text, "%02X%02X", crc & 0xFF, crc >> 8);
     if (!MAL_ASSERT(numberCharsWritten == 2 * NUMBER_HEX_CHARS_FOR_BYTE)) return std::string();
