@@ -1,5 +1,5 @@
-// The start-up steps of subsystems that this build does not contain yet. They log nothing: no work is
-// done, so nothing may claim it.
+// Start-up steps that belong to other subsystems. A step whose subsystem this build does not contain yet
+// does nothing and logs nothing: no work is done, so nothing may claim it.
 #include "app/StartUpSteps.h"
 
 #include "app/Log.h"
@@ -26,11 +26,6 @@ StepVerdict CheckUsbUpdate(bool)
 {
     return StepVerdict::Continue;
 }
-bool StartSepServer()
-{
-    return true;
-}
-void StopSepServer() {}
 void DeletePreviousFirmwareFile() {}
 void HandleProductionModeFlagFile() {}
 void StartNetworkObserver() {}

@@ -1,6 +1,7 @@
 #include "sysmanager/SysManagerC.h"
 
 #include "app/Log.h"
+#include "app/StartUpSteps.h"
 #include "platform/Sync.h"
 
 namespace {
@@ -24,7 +25,8 @@ void SysManagerC::DestroyInstance()
 {
     std::lock_guard<std::mutex> guard(g_instanceLock);
     if (!g_instanceAlive) return;
-    // The SEP server and the sensor board manager's helper are stopped here once they exist.
+    halvern::StopSepServer();
+    // The sensor board manager's helper is torn down here once it exists.
     WriteLog("[%s]", "SysManagerC::DestroyInstance");
     delete g_instance;
     g_instance = nullptr;

@@ -6,6 +6,8 @@ set -euo pipefail
 halvern=$1
 halvern_sim=$2
 work=$(mktemp -d)
+# The SEP servers take free ports, so that this run and a running instrument coexist.
+export HALVERN_SEP_PORT_55557=${HALVERN_SEP_PORT_55557:-0} HALVERN_SEP_PORT_55558=${HALVERN_SEP_PORT_55558:-0}
 pids=()
 cleanup() {
     for pid in "${pids[@]}"; do kill -KILL "$pid" 2>/dev/null || true; done

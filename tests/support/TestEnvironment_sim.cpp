@@ -1,3 +1,4 @@
+#include <cstdlib>
 #include <filesystem>
 
 #include "platform/sim/SimRoot.h"
@@ -17,6 +18,9 @@ void prepareInstrument()
     ASSERT_FALSE(g_root.empty()) << error;
     ASSERT_TRUE(sim::createSimRootLayout(g_root, error)) << error;
     platform::sim::setRoot(g_root);
+    // In-process start-ups listen on free ports, so that test runs and a running instrument coexist.
+    setenv("HALVERN_SEP_PORT_55557", "0", 0);
+    setenv("HALVERN_SEP_PORT_55558", "0", 0);
 }
 
 void releaseInstrument()

@@ -1,0 +1,105 @@
+#pragma once
+// IPv4 TCP sockets with Winsock semantics on both platforms: Windows error numbers (10035 would block,
+// 10054 reset ...) through lastError(), addresses and ports in host byte order.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace platform {
+
+using SocketValue = std::uintptr_t;
+constexpr SocketValue kInvalidSocket = ~static_cast<SocketValue>(0);
+
+constexpr std::uint32_t kWsaEInterrupted = 10004;
+constexpr std::uint32_t kWsaEInvalid = 10022;
+constexpr std::uint32_t kWsaENotSocket = 10038;
+constexpr std::uint32_t kWsaEAddressInUse = 10048;
+constexpr std::uint32_t kWsaEConnectionAborted = 10053;
+constexpr std::uint32_t kWsaEConnectionReset = 10054;
+constexpr std::uint32_t kWsaENotConnected = 10057;
+constexpr std::uint32_t kWsaETimedOut = 10060;
+constexpr std::uint32_t kWsaEConnectionRefused = 10061;
+
+constexpr std::uint32_t kLoopbackAddress = 0x7F000001;  // 127.0.0.1
+constexpr std::uint32_t kAnyAddress = 0;
+
+// WSAStartup(2.2) for the process; answers false when the socket library cannot be used. Every socket
+// call below also makes sure of it, so callers only need this to report the failure early.
+bool socketLibraryReady();
+
+// closesocket semantics.
+bool closeSocket(SocketValue socket);
+
+class UniqueSocket {
+public:
+    UniqueSocket() = default;
+    explicit UniqueSocket(SocketValue value) : m_value(value) {}
+    UniqueSocket(const UniqueSocket&) = delete;
+    UniqueSocket& operator=(const UniqueSocket&) = delete;
+    UniqueSocket(UniqueSocket&& other) noexcept : m_value(other.release()) {}
+    UniqueSocket& operator=(UniqueSocket&& other) noexcept
+    {
+        if (this != &other) reset(other.release());
+        return *this;
+    }
+    ~UniqueSocket() { reset(); }
+
+    SocketValue get() const { return m_value; }
+    explicit operator bool() const { return m_value != kInvalidSocket; }
+    SocketValue release() { return std::exchange(m_value, kInvalidSocket); }
+    void reset(SocketValue value = kInvalidSocket)
+    {
+        if (m_value != kInvalidSocket) closeSocket(m_value);
+        m_value = value;
+    }
+    // The socket as log lines show it.
+    int logValue() const { return static_cast<int>(m_value); }
+
+private:
+    SocketValue m_value = kInvalidSocket;
+};
+
+UniqueSocket createTcpSocket();
+bool setNonBlocking(SocketValue socket, bool nonBlocking);
+bool setNoDelay(SocketValue socket);
+bool bindSocket(SocketValue socket, std::uint32_t address, std::uint16_t port);
+bool listenSocket(SocketValue socket, int backlog);
+// The port the socket is bound to, 0 on failure.
+std::uint16_t localPort(SocketValue socket);
+// An invalid socket with the last error set when nothing is pending or the accept failed.
+UniqueSocket acceptSocket(SocketValue listening, std::uint32_t& peerAddress);
+// Blocking connect; loopback or the address a caller was configured with, never a guessed one.
+bool connectSocket(SocketValue socket, std::uint32_t address, std::uint16_t port);
+// Bytes sent or received, or -1 with the last error set; recv answers 0 when the peer has shut down.
+int sendSocket(SocketValue socket, const void* data, std::size_t length);
+int receiveSocket(SocketValue socket, void* data, std::size_t length);
+bool shutdownSocket(SocketValue socket);
+
+// select() over at most 64 sockets per set. Each entry's flag tells whether that socket is ready on
+// return. Answers the number of ready sockets, 0 on time-out, -1 with the last error set.
+struct SocketPollT {
+    SocketValue socket;
+    bool ready;
+};
+constexpr std::size_t kMaxSelectSockets = 64;
+int selectSockets(std::vector<SocketPollT>* read, std::vector<SocketPollT>* write, std::vector<SocketPollT>* except,
+                  std::uint32_t timeoutMs);
+
+// The text of a socket error number, as the log shows it.
+std::string socketErrorText(std::uint32_t error);
+
+// Dotted-quad text to a host-order address; false for anything else.
+bool parseIpv4(const std::string& text, std::uint32_t& address);
+std::string formatIpv4(std::uint32_t address);
+
+// The TCP port a server of this process listens on in place of `defaultPort`. On the instrument that is
+// always `defaultPort`; the simulation platform may move it (0: any free port) so that several
+// instruments and test runs share one machine.
+std::uint16_t serverPort(std::uint16_t defaultPort);
+// The local address servers listen on: every interface on the instrument, loopback on the simulation
+// platform.
+std::uint32_t serverListenAddress();
+
+}  // namespace platform

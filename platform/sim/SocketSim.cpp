@@ -1,0 +1,241 @@
+// BSD sockets behind the Winsock-shaped facility. errno values become the Windows error numbers that the
+// logic and its log lines expect.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/Socket.h"
+#include "platform/WinError.h"
+
+namespace platform {
+namespace {
+
+std::uint32_t windowsErrorOf(int error)
+{
+    switch (error) {
+        case EWOULDBLOCK:
+        case EINPROGRESS:
+            return kWsaEWouldBlock;
+        case EINTR:
+            return kWsaEInterrupted;
+        case EBADF:
+        case ENOTSOCK:
+            return kWsaENotSocket;
+        case EADDRINUSE:
+            return kWsaEAddressInUse;
+        case ECONNABORTED:
+            return kWsaEConnectionAborted;
+        case ECONNRESET:
+        case EPIPE:
+            return kWsaEConnectionReset;
+        case ENOTCONN:
+            return kWsaENotConnected;
+        case ETIMEDOUT:
+            return kWsaETimedOut;
+        case ECONNREFUSED:
+            return kWsaEConnectionRefused;
+        default:
+            return kWsaEInvalid;
+    }
+}
+
+bool failWithErrno()
+{
+    setLastError(windowsErrorOf(errno));
+    return false;
+}
+
+int fd(SocketValue socket)
+{
+    return static_cast<int>(socket);
+}
+
+sockaddr_in ipv4(std::uint32_t address, std::uint16_t port)
+{
+    sockaddr_in endpoint{};
+    endpoint.sin_family = AF_INET;
+    endpoint.sin_addr.s_addr = htonl(address);
+    endpoint.sin_port = htons(port);
+    return endpoint;
+}
+
+// Builds an fd_set from the entries; false when a socket cannot be put into one.
+bool fill(std::vector<SocketPollT>* entries, fd_set& set, int& highest)
+{
+    FD_ZERO(&set);
+    if (entries == nullptr) return true;
+    if (entries->size() > kMaxSelectSockets) return false;
+    for (auto& entry : *entries) {
+        entry.ready = false;
+        if (fd(entry.socket) < 0 || fd(entry.socket) >= FD_SETSIZE) return false;
+        FD_SET(fd(entry.socket), &set);
+        if (fd(entry.socket) > highest) highest = fd(entry.socket);
+    }
+    return true;
+}
+
+void collect(std::vector<SocketPollT>* entries, const fd_set& set)
+{
+    if (entries == nullptr) return;
+    for (auto& entry : *entries)
+        entry.ready = FD_ISSET(fd(entry.socket), &set);
+}
+
+}  // namespace
+
+bool socketLibraryReady()
+{
+    return true;
+}
+
+bool closeSocket(SocketValue socket)
+{
+    return ::close(fd(socket)) == 0 || failWithErrno();
+}
+
+UniqueSocket createTcpSocket()
+{
+    const int created = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
+    if (created < 0) {
+        failWithErrno();
+        return UniqueSocket();
+    }
+    return UniqueSocket(static_cast<SocketValue>(created));
+}
+
+bool setNonBlocking(SocketValue socket, bool nonBlocking)
+{
+    const int flags = ::fcntl(fd(socket), F_GETFL);
+    if (flags < 0) return failWithErrno();
+    const int wanted = nonBlocking ? (flags | O_NONBLOCK) : (flags & ~O_NONBLOCK);
+    return ::fcntl(fd(socket), F_SETFL, wanted) == 0 || failWithErrno();
+}
+
+bool setNoDelay(SocketValue socket)
+{
+    const int on = 1;
+    return ::setsockopt(fd(socket), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) == 0 || failWithErrno();
+}
+
+bool bindSocket(SocketValue socket, std::uint32_t address, std::uint16_t port)
+{
+    // A server restarted on its port must not wait for the old connections' TIME_WAIT, as on Windows.
+    const int on = 1;
+    ::setsockopt(fd(socket), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    const sockaddr_in endpoint = ipv4(address, port);
+    return ::bind(fd(socket), reinterpret_cast<const sockaddr*>(&endpoint), sizeof endpoint) == 0 || failWithErrno();
+}
+
+bool listenSocket(SocketValue socket, int backlog)
+{
+    return ::listen(fd(socket), backlog) == 0 || failWithErrno();
+}
+
+std::uint16_t localPort(SocketValue socket)
+{
+    sockaddr_in endpoint{};
+    socklen_t length = sizeof endpoint;
+    if (::getsockname(fd(socket), reinterpret_cast<sockaddr*>(&endpoint), &length) != 0) {
+        failWithErrno();
+        return 0;
+    }
+    return ntohs(endpoint.sin_port);
+}
+
+UniqueSocket acceptSocket(SocketValue listening, std::uint32_t& peerAddress)
+{
+    sockaddr_in peer{};
+    socklen_t length = sizeof peer;
+    const int accepted = ::accept4(fd(listening), reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC);
+    if (accepted < 0) {
+        failWithErrno();
+        return UniqueSocket();
+    }
+    peerAddress = ntohl(peer.sin_addr.s_addr);
+    return UniqueSocket(static_cast<SocketValue>(accepted));
+}
+
+bool connectSocket(SocketValue socket, std::uint32_t address, std::uint16_t port)
+{
+    const sockaddr_in endpoint = ipv4(address, port);
+    return ::connect(fd(socket), reinterpret_cast<const sockaddr*>(&endpoint), sizeof endpoint) == 0 || failWithErrno();
+}
+
+int sendSocket(SocketValue socket, const void* data, std::size_t length)
+{
+    const ssize_t sent = ::send(fd(socket), data, length, MSG_NOSIGNAL);
+    if (sent < 0) {
+        failWithErrno();
+        return -1;
+    }
+    return static_cast<int>(sent);
+}
+
+int receiveSocket(SocketValue socket, void* data, std::size_t length)
+{
+    const ssize_t received = ::recv(fd(socket), data, length, 0);
+    if (received < 0) {
+        failWithErrno();
+        return -1;
+    }
+    return static_cast<int>(received);
+}
+
+bool shutdownSocket(SocketValue socket)
+{
+    return ::shutdown(fd(socket), SHUT_RDWR) == 0 || failWithErrno();
+}
+
+int selectSockets(std::vector<SocketPollT>* read, std::vector<SocketPollT>* write, std::vector<SocketPollT>* except,
+                  std::uint32_t timeoutMs)
+{
+    fd_set readSet, writeSet, exceptSet;
+    int highest = -1;
+    if (!fill(read, readSet, highest) || !fill(write, writeSet, highest) || !fill(except, exceptSet, highest)) {
+        setLastError(kWsaEInvalid);
+        return -1;
+    }
+    timeval timeout{static_cast<time_t>(timeoutMs / 1000), static_cast<suseconds_t>((timeoutMs % 1000) * 1000)};
+    const int ready = ::select(highest + 1, &readSet, &writeSet, &exceptSet, &timeout);
+    if (ready < 0) {
+        failWithErrno();
+        return -1;
+    }
+    collect(read, readSet);
+    collect(write, writeSet);
+    collect(except, exceptSet);
+    return ready;
+}
+
+std::string socketErrorText(std::uint32_t error)
+{
+    return "WSA error " + std::to_string(error);
+}
+
+std::uint16_t serverPort(std::uint16_t defaultPort)
+{
+    // HALVERN_SEP_PORT_<default port>=<port>, 0 for any free port.
+    const std::string name = "HALVERN_SEP_PORT_" + std::to_string(defaultPort);
+    const char* value = std::getenv(name.c_str());
+    if (value == nullptr || *value == '\0') return defaultPort;
+    char* end = nullptr;
+    const unsigned long port = std::strtoul(value, &end, 10);
+    if (*end != '\0' || port > 65535) return defaultPort;
+    return static_cast<std::uint16_t>(port);
+}
+
+std::uint32_t serverListenAddress()
+{
+    return kLoopbackAddress;
+}
+
+}  // namespace platform

@@ -1,0 +1,58 @@
+#pragma once
+// Ties one byte-stream connection to the router: received bytes go through the framing into the receive
+// buffer and on to the router; messages written into the send buffer are framed and handed to the
+// connection's transmit function.
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "framework/RingBufferC.h"
+#include "sep/DataCoderI.h"
+#include "sep/ReaderConnectionC.h"
+
+namespace SEP {
+
+class RouterC;
+
+class ConnectionHandlerC {
+public:
+    // Room for the largest message (64 KiB) and its length prefix.
+    static constexpr std::size_t kBufferCapacity = 0x10000 + 2;
+    using TransmitFn = std::function<bool(const std::uint8_t* data, std::size_t length)>;
+
+    ConnectionHandlerC(RouterC& router, TransmitFn transmit);
+    ~ConnectionHandlerC();
+    ConnectionHandlerC(const ConnectionHandlerC&) = delete;
+    ConnectionHandlerC& operator=(const ConnectionHandlerC&) = delete;
+
+    bool belongsTo(const RouterC& router) const { return m_router == &router; }
+
+    // Bytes from the peer: framing, then every completed frame through the router.
+    void onBytesReceived(const std::uint8_t* data, std::size_t length);
+    // Frames every message of the send buffer and transmits it; false when the transmit failed.
+    bool flush();
+    // Queues a frame unchanged (forwarding) and flushes.
+    bool forwardFrame(const std::vector<std::uint8_t>& frame);
+
+    MAL::UTI::RingBufferC& receiveBuffer() { return m_receiveBuffer; }
+    MAL::UTI::RingBufferC& sendBuffer() { return m_sendBuffer; }
+
+    // A fresh coder of the connection's coding: the coding of the last frame that the router could read,
+    // binary before any.
+    std::unique_ptr<DataCoderI> makeCoder();
+    void setCoding(const DataCoderI& coder);
+
+private:
+    RouterC* m_router;
+    TransmitFn m_transmit;
+    MAL::UTI::RingBufferC m_receiveBuffer;
+    MAL::UTI::RingBufferC m_sendBuffer;
+    MAL::HAL::ReaderConnectionC m_readerConnection;
+    std::mutex m_flushLock;
+    mutable std::mutex m_codingLock;
+    std::unique_ptr<DataCoderI> m_coding;
+};
+
+}  // namespace SEP

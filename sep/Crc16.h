@@ -1,0 +1,11 @@
+#pragma once
+// The SEP checksum: CRC-16/ARC (reflected polynomial 0xA001, initial value 0, no final XOR).
+#include <cstddef>
+#include <cstdint>
+
+namespace SEP {
+
+std::uint16_t crc16Update(std::uint16_t crc, std::uint8_t byte);
+std::uint16_t crc16(const std::uint8_t* data, std::size_t length, std::uint16_t crc = 0);
+
+}  // namespace SEP

@@ -1,0 +1,30 @@
+#pragma once
+// The receiving half of the framing: a byte state machine that removes the escapes and commits one
+// message to the receive buffer per CR LF. A frame that does not fit is discarded up to the next LF, so a
+// peer that never sends CR LF cannot grow the buffer.
+#include <cstddef>
+#include <cstdint>
+
+#include "framework/RingBufferC.h"
+
+namespace MAL::HAL {
+
+class ReaderConnectionC {
+public:
+    enum class StateE { InFrame, AfterCr, AfterEscape, Discard };
+
+    explicit ReaderConnectionC(MAL::UTI::RingBufferC& receiveBuffer) : m_buffer(receiveBuffer) {}
+
+    // Feeds received bytes; answers how many frames were completed.
+    std::size_t procReadData(const std::uint8_t* data, std::size_t length);
+    StateE state() const { return m_state; }
+
+private:
+    void append(std::uint8_t byte);
+    void unexpectedByte();
+
+    MAL::UTI::RingBufferC& m_buffer;
+    StateE m_state = StateE::InFrame;
+};
+
+}  // namespace MAL::HAL

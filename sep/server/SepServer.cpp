@@ -1,0 +1,69 @@
+#include "sep/server/SepServer.h"
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "app/Log.h"
+#include "app/StartUpSteps.h"
+#include "platform/Socket.h"
+
+namespace halvern {
+namespace {
+
+std::mutex& serversLock()
+{
+    static std::mutex lock;
+    return lock;
+}
+
+std::vector<std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC>>& servers()
+{
+    static std::vector<std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC>> list;
+    return list;
+}
+
+bool startOne(std::uint16_t defaultPort)
+{
+    auto server = std::make_unique<HalvernRpc::TcpIpServerChannelSetupC>(
+        HalvernRpc::TcpIpServerChannelSetupC::defaultConfig(platform::serverPort(defaultPort)));
+    if (!server->start(kSepStartValue)) return false;
+    WriteLog("Started SEP server on port %d", static_cast<int>(server->port()));
+    std::lock_guard<std::mutex> guard(serversLock());
+    servers().push_back(std::move(server));
+    return true;
+}
+
+}  // namespace
+
+bool forEachSepServer(const std::function<bool(HalvernRpc::TcpIpServerChannelSetupC& server)>& visit)
+{
+    std::lock_guard<std::mutex> guard(serversLock());
+    for (auto& server : servers())
+        if (!visit(*server)) return false;
+    return true;
+}
+
+bool StartSepServer()
+{
+    WriteLog("SOFTWARE.IMG check done, starting SEP.");
+    if (!startOne(kSepPrimaryPort) || !startOne(kSepSecondaryPort)) {
+        WriteLog("ERROR Halvern [%s] [ERROR]: Failed to initialize SEP server!", "wWinMain");
+        StopSepServer();
+        return false;
+    }
+    return true;
+}
+
+void StopSepServer()
+{
+    std::vector<std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC>> running;
+    {
+        std::lock_guard<std::mutex> guard(serversLock());
+        running.swap(servers());
+    }
+    for (auto& server : running)
+        if (!server->stop()) WriteLog("[ERROR]: Failed to wait for stop of SEP server!");
+}
+
+}  // namespace halvern

@@ -1,0 +1,118 @@
+// halvernctl against a SEP port in the same process: what a service engineer types and what comes back.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <thread>
+
+#include "client/HalvernCtl.h"
+#include "platform/Clock.h"
+#include "sep/server/TcpIpServerChannelSetupC.h"
+#include "support/TestEnvironment.h"
+
+namespace halvern::test {
+namespace {
+
+class HalvernCtlTest : public InstrumentTest {
+protected:
+    void start(const std::vector<BSS::NET::AddressRangeT>& allowed = BSS::NET::defaultAllowedRanges())
+    {
+        BSS::NET::NetTcpIpServerCfgT config = HalvernRpc::TcpIpServerChannelSetupC::defaultConfig(0);
+        config.listenAddress = platform::kLoopbackAddress;
+        config.passTimeoutMs = 20;
+        config.allowedRanges = allowed;
+        server = std::make_unique<HalvernRpc::TcpIpServerChannelSetupC>(config);
+        server->channel().registerCommandHandler(1001, [](SEP::ReceivedCommandC& command) {
+            std::uint32_t value = 0;
+            std::string text;
+            if (!command.reader().readU32(value) || !command.reader().readString(text)) return;
+            command.sendReply([&](SEP::DataWriterI& w) {
+                return w.writeI32(1097) && w.writeI32(10) && w.writeU16(0) && w.writeU32(value + 1) &&
+                       w.writeString(("re: " + text).c_str()) && w.writeDouble(-0.5);
+            });
+        });
+        server->channel().registerCommandHandler(1002, [](SEP::ReceivedCommandC& command) {
+            command.sendReply([](SEP::DataWriterI& w) {
+                return w.writeI32(889) && w.writeI32(10) && w.writeU16(1) && w.writeString("it \"broke\"");
+            });
+        });
+        ASSERT_TRUE(server->start(3600000));
+    }
+    void TearDown() override
+    {
+        server.reset();
+        InstrumentTest::TearDown();
+    }
+    int run(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), {"halvernctl", "--port", std::to_string(server->port())});
+        std::vector<const char*> argv;
+        for (const auto& argument : arguments)
+            argv.push_back(argument.c_str());
+        out.str("");
+        err.str("");
+        return SEP::runHalvernCtl(static_cast<int>(argv.size()), argv.data(), out, err);
+    }
+
+    std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC> server;
+    std::ostringstream out;
+    std::ostringstream err;
+};
+
+TEST_F(HalvernCtlTest, SendsTypedParametersAndPrintsTheReplyInBothCodings)
+{
+    start();
+    EXPECT_EQ(run({"send", "1001", "u32:41", "str:hello world", "--reply", "u32", "str", "f64"}), 0) << err.str();
+    EXPECT_EQ(out.str(),
+              "reply 1001 coding binary from - to -\n"
+              "  return code: 1097\n  facility: 10\n  level: 0\n"
+              "  field 1 (u32): 42\n  field 2 (str): \"re: hello world\"\n  field 3 (f64): -0.5\n");
+
+    EXPECT_EQ(run({"--ascii", "--json", "send", "1001", "u32:1", "str:a\"b", "--reply", "u32", "str"}), 0) << err.str();
+    EXPECT_EQ(out.str(),
+              "{\"kind\":\"reply\",\"id\":1001,\"coding\":\"ascii\",\"source\":null,\"destination\":null,"
+              "\"returnCode\":1097,\"facility\":10,\"level\":0,\"fields\":[{\"type\":\"u32\",\"value\":2},"
+              "{\"type\":\"str\",\"value\":\"re: a\\\"b\"}]}\n");
+}
+
+TEST_F(HalvernCtlTest, PrintsTheErrorTextOfAFailedCommand)
+{
+    start();
+    EXPECT_EQ(run({"--json", "send", "1002"}), 0) << err.str();
+    EXPECT_EQ(out.str(),
+              "{\"kind\":\"reply\",\"id\":1002,\"coding\":\"binary\",\"source\":null,\"destination\":null,"
+              "\"returnCode\":889,\"facility\":10,\"level\":1,\"fields\":[],\"error\":\"it \\\"broke\\\"\"}\n");
+}
+
+TEST_F(HalvernCtlTest, RejectsBadParametersBeforeConnectingAndReportsARefusal)
+{
+    start({{0xC0A80200, 0xFFFFFF00}});
+    EXPECT_EQ(run({"send", "1001", "u8:300"}), 1);
+    EXPECT_NE(err.str().find("not a valid u8 value: u8:300"), std::string::npos) << err.str();
+    EXPECT_EQ(run({"send", "70000"}), 1);
+    EXPECT_EQ(run({"send", "1001", "bytes:ABC"}), 1);
+    EXPECT_EQ(run({"send", "1001", "u32:1", "str:x"}), 3);
+    EXPECT_EQ(err.str(), "halvernctl: connection refused: too many clients or address not in range\n");
+}
+
+TEST_F(HalvernCtlTest, EventsModePrintsPushedEvents)
+{
+    start();
+    int exitCode = -1;
+    std::thread listener([&] { exitCode = run({"events", "--count", "2", "--fields", "i32"}); });
+    for (int attempt = 0; attempt < 1000 && server->server().clientCount() == 0; ++attempt)
+        platform::sleepMs(5);
+    for (std::int32_t button : {1, 2})
+        EXPECT_TRUE(server->readerWriter().sendToAll(1000, SEP::MESSAGE_KIND_EVENT, [&](SEP::DataWriterI& w) {
+            return w.writeI32(1097) && w.writeI32(10) && w.writeU16(0) && w.writeI32(button);
+        }));
+    listener.join();
+    EXPECT_EQ(exitCode, 0);
+    EXPECT_EQ(out.str(),
+              "event 1000 coding binary from - to -\n  return code: 1097\n  facility: 10\n  level: 0\n"
+              "  field 1 (i32): 1\n"
+              "event 1000 coding binary from - to -\n  return code: 1097\n  facility: 10\n  level: 0\n"
+              "  field 1 (i32): 2\n");
+}
+
+}  // namespace
+}  // namespace halvern::test

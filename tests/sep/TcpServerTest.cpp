@@ -1,0 +1,207 @@
+// A SEP port as clients meet it over loopback TCP: the client limit with its exact refusal, the allowed
+// address range, damaged input next to good frames, endless input, events and stop.
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "client/SepClientC.h"
+#include "sep/SepTestSupport.h"
+#include "sep/server/TcpIpServerChannelSetupC.h"
+#include "support/TestEnvironment.h"
+
+namespace halvern::test {
+namespace {
+
+constexpr std::uint32_t kWaitMs = 10000;
+constexpr std::uint16_t kIncrement = 1001;
+// The text and its NUL.
+const std::string kRefusal("connection refused: too many clients or address not in range", 61);
+
+class TcpServerTest : public InstrumentTest {
+protected:
+    void start(const std::vector<BSS::NET::AddressRangeT>& allowed = BSS::NET::defaultAllowedRanges(),
+               bool singleReplacedClient = false)
+    {
+        BSS::NET::NetTcpIpServerCfgT config = HalvernRpc::TcpIpServerChannelSetupC::defaultConfig(0);
+        if (singleReplacedClient) {
+            config.maxClients = 1;
+            config.replaceSingleClient = true;
+        }
+        config.listenAddress = platform::kLoopbackAddress;
+        config.passTimeoutMs = 20;
+        config.allowedRanges = allowed;
+        server = std::make_unique<HalvernRpc::TcpIpServerChannelSetupC>(config);
+        server->channel().registerCommandHandler(kIncrement, [](SEP::ReceivedCommandC& command) {
+            std::uint32_t value = 0;
+            if (!command.reader().readU32(value)) return;
+            command.sendReply([&](SEP::DataWriterI& w) { return w.writeU32(value + 1); });
+        });
+        ASSERT_TRUE(server->start(3600000));
+        ASSERT_NE(server->port(), 0);
+    }
+    void TearDown() override
+    {
+        server.reset();
+        InstrumentTest::TearDown();
+    }
+    std::unique_ptr<SEP::SepClientC> connect()
+    {
+        auto client = std::make_unique<SEP::SepClientC>();
+        EXPECT_TRUE(client->connect("127.0.0.1", server->port()));
+        return client;
+    }
+    // Sends `value` to the increment command and answers what came back, or -1.
+    static long increment(SEP::SepClientC& client, std::uint32_t value, SEP::CodingE coding = SEP::CodingE::Binary,
+                          const Bytes& before = {})
+    {
+        Bytes wire = before;
+        const Bytes frame = SEP::encodeFrame(coding, kIncrement, SEP::MESSAGE_KIND_COMMAND, {}, {},
+                                             [&](SEP::DataWriterI& w) { return w.writeU32(value); });
+        wire.insert(wire.end(), frame.begin(), frame.end());
+        if (!client.sendBytes(wire)) return -1;
+        Bytes reply;
+        SEP::DecodedFrameT decoded;
+        std::uint32_t answer = 0;
+        if (!client.receiveFrame(reply, kWaitMs) || !SEP::decodeFrame(reply, decoded)) return -1;
+        if (decoded.kind != SEP::MESSAGE_KIND_REPLY || decoded.messageId != kIncrement || decoded.coding != coding ||
+            !decoded.coder->readU32(answer))
+            return -1;
+        return answer;
+    }
+    // Waits until the server closes the client; answers everything that it received.
+    static std::string drainUntilClosed(SEP::SepClientC& client)
+    {
+        Bytes ignored;
+        while (client.receiveFrame(ignored, kWaitMs)) {
+        }
+        EXPECT_TRUE(client.closed());
+        return std::string(client.rawBytes().begin(), client.rawBytes().end());
+    }
+    static bool logHasPrefix(const std::string& prefix)
+    {
+        for (const auto& message : logMessages())
+            if (message.rfind(prefix, 0) == 0) return true;
+        return false;
+    }
+
+    std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC> server;
+};
+
+TEST_F(TcpServerTest, ServesTenClientsAndRefusesTheEleventhWithTheExactText)
+{
+    start();
+    std::vector<std::unique_ptr<SEP::SepClientC>> clients;
+    for (std::uint32_t i = 0; i < 10; ++i) {
+        clients.push_back(connect());
+        EXPECT_EQ(increment(*clients.back(), i, i % 2 ? SEP::CodingE::Ascii : SEP::CodingE::Binary), i + 1);
+    }
+    auto eleventh = connect();
+    EXPECT_EQ(drainUntilClosed(*eleventh), kRefusal);
+    EXPECT_TRUE(logHasPrefix("acceptOrReceive: new connection denied "));
+    EXPECT_TRUE(logHasPrefix("poOnlineSubject->notify(0, BSS::BIO::NEW_CLIENT_CONNECTION_ACCEPTED);"));
+
+    // A place that frees up is given to the next client, once the server has seen the close.
+    clients.front()->close();
+    long answer = -1;
+    for (int attempt = 0; attempt < 50 && answer < 0; ++attempt) {
+        auto next = connect();
+        answer = increment(*next, 41);
+        if (answer >= 0) clients.push_back(std::move(next));
+    }
+    EXPECT_EQ(answer, 42);
+    for (std::size_t i = 1; i < clients.size(); ++i)
+        EXPECT_EQ(increment(*clients[i], 1), 2) << i;
+}
+
+TEST_F(TcpServerTest, RefusesAClientOutsideTheAllowedRange)
+{
+    start({{0xC0A80200, 0xFFFFFF00}});
+    auto client = connect();
+    EXPECT_EQ(drainUntilClosed(*client), kRefusal);
+    EXPECT_EQ(server->server().clientCount(), 0u);
+}
+
+TEST_F(TcpServerTest, ASingleClientServerHandsTheConnectionToTheNewcomer)
+{
+    start(BSS::NET::defaultAllowedRanges(), true);
+    auto first = connect();
+    ASSERT_EQ(increment(*first, 1), 2);
+    auto second = connect();
+    EXPECT_EQ(increment(*second, 2), 3);
+    const std::string received = drainUntilClosed(*first);
+    const std::string notice("connection closed: too many clients", 36);
+    ASSERT_GE(received.size(), notice.size());
+    EXPECT_EQ(received.substr(received.size() - notice.size()), notice) << "after its earlier reply";
+}
+
+TEST_F(TcpServerTest, DropsGarbageAndStillAnswersTheGoodFramesOfTheConnection)
+{
+    start();
+    auto client = connect();
+    EXPECT_EQ(increment(*client, 1, SEP::CodingE::Binary, bytesOf("garbage\r\n")), 2);
+    EXPECT_EQ(increment(*client, 5, SEP::CodingE::Ascii, bytesOf("SC1001,FFFF:1\r\n")), 6);
+    const auto messages = logMessages();
+    EXPECT_GE(
+        findMessage(messages,
+                    "SEP::RouterC::handleIncomingMessage ignore message (no installed coder can parse it) - size: 7"),
+        0);
+    EXPECT_GE(
+        findMessage(messages,
+                    "SEP::RouterC::handleIncomingMessage ignore message (no installed coder can parse it) - size: 13"),
+        0);
+}
+
+TEST_F(TcpServerTest, EndlessInputWithoutLineEndIsDiscardedAndTheConnectionRecovers)
+{
+    start();
+    auto client = connect();
+    // Four times what one connection may buffer, without a single CR LF.
+    const Bytes flood(4 * SEP::ConnectionHandlerC::kBufferCapacity, 'A');
+    ASSERT_TRUE(client->sendBytes(flood));
+    EXPECT_EQ(increment(*client, 7, SEP::CodingE::Binary, Bytes{0x0D, 0x0A}), 8);
+}
+
+TEST_F(TcpServerTest, AWriteToAClientThatDoesNotReadGivesUpAfterItsTimeOut)
+{
+    start();
+    auto client = connect();
+    ASSERT_EQ(increment(*client, 0), 1);
+    const auto connections = server->server().connections();
+    ASSERT_EQ(connections.size(), 1u);
+    // Far more than the socket buffers of both ends hold; the client reads nothing, so the write must end
+    // by its time-out, on a virtual clock that runs it out at once.
+    ScriptedClockC clock;
+    platform::setClock(&clock);
+    const Bytes flood(64 * 1024 * 1024, 'x');
+    EXPECT_FALSE(server->server().writeData(connections.front(), flood.data(), flood.size()));
+    platform::setClock(nullptr);
+    EXPECT_GE(findMessage(logMessages(), "NetTcpIpServerC::writeData timeout (5000ms) exceeded"), 0);
+}
+
+TEST_F(TcpServerTest, EventsReachEveryClientAndStopClosesThem)
+{
+    start();
+    auto first = connect();
+    auto second = connect();
+    ASSERT_EQ(increment(*first, 0), 1);
+    ASSERT_EQ(increment(*second, 0, SEP::CodingE::Ascii), 1);
+    EXPECT_TRUE(server->readerWriter().sendToAll(1000, SEP::MESSAGE_KIND_EVENT, [](SEP::DataWriterI& w) {
+        return w.writeI32(1097) && w.writeI32(10) && w.writeU16(0) && w.writeI32(1);
+    }));
+    for (auto* client : {first.get(), second.get()}) {
+        Bytes frame;
+        SEP::DecodedFrameT event;
+        ASSERT_TRUE(client->receiveFrame(frame, kWaitMs));
+        ASSERT_TRUE(SEP::decodeFrame(frame, event));
+        EXPECT_EQ(event.kind, SEP::MESSAGE_KIND_EVENT);
+        EXPECT_EQ(event.messageId, 1000);
+    }
+
+    EXPECT_TRUE(server->stop());
+    drainUntilClosed(*first);
+    drainUntilClosed(*second);
+    EXPECT_TRUE(containsInOrder(logMessages(), {"stop", "Stopping", "onStop", "cleanup"}));
+}
+
+}  // namespace
+}  // namespace halvern::test
