@@ -4,8 +4,11 @@
 #include <vector>
 
 #include "app/Log.h"
+#include "app/SpbStartUp.h"
 #include "app/StartUpSteps.h"
 #include "efi/EFIServiceIPC.h"
+#include "spb/SpbApi.h"
+#include "spb/SpbDevices.h"
 #include "sysmanager/SysManagerC.h"
 
 namespace halvern {
@@ -39,15 +42,18 @@ EFIHwStatus queryEfiHwStatus()
 bool isHwErrorDetected(bool usbUpdate)
 {
     WriteLog("[HW Status] *****************************");
-    // The write filter's state, the hardware component query, the SPB devices with the RTC and the UART
-    // link belong to subsystems this build does not contain: their components count as not ready, never
-    // as checked. Without the write filter's state the device is taken to be in customer mode.
+    // The write filter's state, the hardware component query and the UART link belong to subsystems this
+    // build does not contain: their components count as not ready, never as checked. Without the write
+    // filter's state the device is taken to be in customer mode.
     const bool moraEthernetReady = false;
     const bool lemoEthernetReady = false;
     const bool wlanReady = false;
     const bool quilloReady = false;
-    const bool customBiosReady = false;
-    const bool rtcConfigured = false;
+    const bool customBiosReady = enableSpbDevices();
+    // An RTC whose state cannot be read keeps the flag as it was; one that lost its data is not configured.
+    bool rtcConfigured = true;
+    const int rtcStatus = SPB_getRtcStatus();
+    if (rtcStatus != spb::kRtcFailure) rtcConfigured = rtcStatus == spb::kRtcOk;
     const bool moraUartReady = false;
 
     const EFIHwStatus efi = queryEfiHwStatus();

@@ -3,6 +3,7 @@
 #include "app/StartUpSteps.h"
 
 #include "app/Log.h"
+#include "app/SpbStartUp.h"
 #include "sysmanager/SysManagerC.h"
 
 namespace halvern {
@@ -12,6 +13,7 @@ void HwRelatedInit()
     // Without the EFI link the instrument still starts: commands then fail one by one.
     if (!SysManagerC::Instance()->GetEFIServiceIPC().InitializeEFICommunication())
         WriteLog("Halvern [%s] [ERROR]: Failed to initialize communication with EFI", "HwRelatedInit");
+    enableSpbDevices();
 }
 void CheckTouchState() {}
 void RepairSerialMouseService() {}

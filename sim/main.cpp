@@ -20,6 +20,7 @@
 #include "sim/ControlServer.h"
 #include "sim/SimRootLayout.h"
 #include "sim/efi/EfiControlCommands.h"
+#include "sim/i2c/I2cControlCommands.h"
 
 namespace {
 
@@ -107,6 +108,13 @@ int main(int argc, char** argv)
     halvern::sim::EfiServiceSimC efiService(efiModel);
     if (!efiService.start()) std::fprintf(stderr, "halvern-sim: the EFI service cannot serve its pipes\n");
     halvern::sim::addEfiControlCommands(commands, efiModel, efiService);
+    halvern::sim::I2cInstrumentDevicesS i2cDevices;
+    halvern::sim::I2cDeviceServerC i2cServer;
+    i2cServer.add("IOExpander", i2cDevices.ioExpander);
+    i2cServer.add("RTClock", i2cDevices.rtc);
+    i2cServer.add("EEPROM", i2cDevices.eeprom);
+    if (!i2cServer.start(root, error)) std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
+    halvern::sim::addI2cControlCommands(commands, i2cDevices);
     halvern::sim::ControlServerC control(commands);
     if (!control.start(root, error)) {
         std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());

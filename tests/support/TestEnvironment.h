@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "app/SpbStartUp.h"
 #include "platform/Clock.h"
 
 namespace halvern::test {
@@ -55,6 +56,8 @@ protected:
     void TearDown() override
     {
         platform::setClock(nullptr);
+        // The next test's instrument has devices of its own.
+        forgetSpbDevices();
         releaseInstrument();
     }
 };
