@@ -107,11 +107,15 @@ only_pid=$!
 pids+=("$only_pid")
 for _ in $(seq 1 100); do [ -S "$root/sim/control" ] && break; sleep 0.1; done
 "$halvern_sim" ctl --root "$root" efi battery L rsoc 7 > /dev/null || fail "the instrument alone takes no commands"
+"$halvern_sim" ctl --root "$root" rtc vlf > /dev/null || fail "the clock cannot lose its supply"
 HALVERN_ROOT=$root "$halvern" &
 pid=$!
 pids+=("$pid")
 wait_for_line "InitInstance done!"
 grep -qF "Got EFI service HW status: " "$log" || fail "Halvern did not reach the instrument's EFI service"
+grep -qxF "enableSpbDevices done!" <(messages) || fail "Halvern did not enable the I2C devices"
+grep -qF "enableSpbDevices Failed" "$log" && fail "Halvern did not reach the instrument's I2C devices"
+grep -qF "RTC Configured	: NOT OK" "$log" || fail "a clock without its data counted as configured"
 kill -INT "$pid"
 wait "$pid" || fail "halvern on the instrument alone did not end cleanly"
 kill -INT "$only_pid"
