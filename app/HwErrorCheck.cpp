@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "app/Log.h"
-#include "app/SpbStartUp.h"
+#include "spb/SpbEnable.h"
 #include "app/StartUpSteps.h"
 #include "efi/EFIServiceIPC.h"
 #include "spb/SpbApi.h"

@@ -3,7 +3,7 @@
 #include "app/StartUpSteps.h"
 
 #include "app/Log.h"
-#include "app/SpbStartUp.h"
+#include "spb/SpbEnable.h"
 #include "sysmanager/SysManagerC.h"
 
 namespace halvern {

@@ -8,6 +8,7 @@
 
 #include "efi/EFIServiceIPC.h"
 #include "platform/Handle.h"
+#include "platform/Time.h"
 #include "platform/Window.h"
 
 // The instrument application's answer to the shutdown notification.
@@ -54,10 +55,16 @@ public:
     bool GetPowerRequestForce() const { return m_powerRequestForce; }
     std::uint32_t GetPowerRequestTimeout() const { return m_powerRequestTimeout; }
 
+    // Time keeping: the I2C RTC's time, or 2018-01-01 00:00:00 when the clock cannot be read (then the RTC
+    // valid flag is cleared). False only when the SPB devices cannot be enabled.
+    bool GetI2cRtcTime(platform::SystemTime& rtcTime);
+    bool IsRtcValid() const { return m_rtcValid; }
+
 private:
     SysManagerC() = default;
 
     mutable std::mutex m_lock;
+    std::atomic<bool> m_rtcValid{false};
     platform::WindowHandle m_mainWindow;
     std::uint32_t m_backendToFrontendDelay = 1000;
     bool m_allowMxApplicationStartup = true;

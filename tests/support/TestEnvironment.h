@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "app/SpbStartUp.h"
+#include "spb/SpbEnable.h"
 #include "platform/Clock.h"
 
 namespace halvern::test {

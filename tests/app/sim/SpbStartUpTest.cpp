@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/SpbStartUp.h"
+#include "spb/SpbEnable.h"
 #include "app/StartUpSteps.h"
 #include "platform/sim/SimRoot.h"
 #include "sim/i2c/I2cDeviceServer.h"

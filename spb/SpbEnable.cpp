@@ -1,4 +1,4 @@
-#include "app/SpbStartUp.h"
+#include "spb/SpbEnable.h"
 
 #include "app/Log.h"
 #include "spb/SpbDevices.h"
