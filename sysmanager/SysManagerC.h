@@ -53,6 +53,8 @@ public:
     std::int32_t GetApplicationPowerRequestType() const { return m_applicationPowerRequestType; }
     bool GetPowerRequestForce() const { return m_powerRequestForce; }
     std::uint32_t GetPowerRequestTimeout() const { return m_powerRequestTimeout; }
+    // Posts WM_CLOSE to the main window, which starts the close sequence; false without a window.
+    bool SendCloseEvent();
 
 private:
     SysManagerC() = default;
