@@ -1,6 +1,7 @@
 #include "sep/RecordCoding.h"
 
 #include <cstring>
+#include <string>
 
 namespace SEP {
 namespace {
@@ -32,10 +33,25 @@ public:
     bool field(std::int8_t& value) override { return m_reader.readI8(value); }
     bool field(std::int32_t& value) override { return m_reader.readI32(value); }
     bool bytes(std::uint8_t* data, std::size_t length) override { return m_reader.readBytes(data, length); }
-    bool string(char* buffer, std::size_t capacity) override { return m_reader.readString(buffer, capacity); }
+    bool string(char* buffer, std::size_t capacity) override
+    {
+        std::string text;
+        if (!m_reader.readString(text)) return false;
+        ++m_strings;
+        if (text.size() + 1 > capacity) {
+            m_notTerminated = true;
+            return false;
+        }
+        std::memcpy(buffer, text.c_str(), text.size() + 1);
+        return true;
+    }
+    bool notTerminated() const { return m_notTerminated; }
+    int lastString() const { return m_strings - 1; }
 
 private:
     DataReaderI& m_reader;
+    int m_strings = 0;
+    bool m_notTerminated = false;
 };
 
 }  // namespace
@@ -46,10 +62,13 @@ bool encodeRecord(DataWriterI& writer, MAL::UTI::SerializableI& record)
     return record.visit(visitor);
 }
 
-bool decodeRecord(DataReaderI& reader, MAL::UTI::SerializableI& record)
+DecodeResultE decodeRecord(DataReaderI& reader, MAL::UTI::SerializableI& record, int* badString)
 {
     DecodingVisitorC visitor(reader);
-    return record.visit(visitor);
+    if (record.visit(visitor)) return DecodeResultE::Ok;
+    if (!visitor.notTerminated()) return DecodeResultE::Truncated;
+    if (badString != nullptr) *badString = visitor.lastString();
+    return DecodeResultE::NotTerminated;
 }
 
 }  // namespace SEP

@@ -7,7 +7,9 @@ namespace SEP {
 
 // False when a field could not be written, or a string has no NUL within its buffer.
 bool encodeRecord(DataWriterI& writer, MAL::UTI::SerializableI& record);
-// False when the frame ends early or a string does not fit its buffer.
-bool decodeRecord(DataReaderI& reader, MAL::UTI::SerializableI& record);
+enum class DecodeResultE { Ok, Truncated, NotTerminated };
+// Truncated when the frame ends early; NotTerminated when a string does not fit its buffer with its NUL,
+// with the string's position among the record's strings in `badString`.
+DecodeResultE decodeRecord(DataReaderI& reader, MAL::UTI::SerializableI& record, int* badString = nullptr);
 
 }  // namespace SEP

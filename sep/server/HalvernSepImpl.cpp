@@ -1,10 +1,15 @@
 #include "sep/server/HalvernSepImpl.h"
 
+#include <cstring>
 #include <exception>
 #include <functional>
 
 #include "app/Log.h"
+#include "efi/EFIServiceIPCBatteryCommand.h"
+#include "efi/EFIServiceIPCDirectCommand.h"
+#include "efi/EFIServiceIPCExtSupplyCommand.h"
 #include "efi/EFIServiceIPCStatusControlCommand.h"
+#include "platform/Text.h"
 #include "platform/WinError.h"
 #include "sep/RecordCoding.h"
 #include "sep/server/HalvernSepRecords.h"
@@ -88,16 +93,108 @@ bool isCommandId(std::uint16_t id)
     return id >= kFirstCommand && id <= kLastCommand && id != 1045;
 }
 
-// The EFI service did not answer or refused: code 1 with the service link's error number.
+// The EFI service did not answer or refused it.
 void sendEfiFailure(SEP::ReceivedCommandC& command)
 {
-    const std::int32_t failure = static_cast<std::int32_t>(platform::lastError());
-    HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_EFI, {}, &failure);
+    HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_EFI);
+}
+
+EFIServiceIPC& efiService()
+{
+    return SysManagerC::Instance()->GetEFIServiceIPC();
 }
 
 std::shared_ptr<EFIServiceIPCStatusControlCommand> readStatusRegister(int item)
 {
-    return SysManagerC::Instance()->GetEFIServiceIPC().ExecuteStatusControlCommand(item, EFI_SC_GET, 0, true);
+    return efiService().ExecuteStatusControlCommand(item, EFI_SC_GET, 0, true);
+}
+
+void handleBatteryStatus(SEP::ReceivedCommandC& command)
+{
+    // Status and charge of the first battery, then of the second.
+    const int items[4][2] = {{EFI_BATTERY_L, EFI_BATTERY_STATUS},
+                             {EFI_BATTERY_L, EFI_BATTERY_RSOC},
+                             {EFI_BATTERY_H, EFI_BATTERY_STATUS},
+                             {EFI_BATTERY_H, EFI_BATTERY_RSOC}};
+    REC::EfiBatStatus reply;
+    for (int i = 0; i < 4; ++i) {
+        auto message = efiService().ExecuteBatteryCommand(items[i][0], items[i][1], true);
+        if (!message) {
+            sendEfiFailure(command);
+            return;
+        }
+        reply.values[i] = static_cast<std::uint32_t>(message->GetValue());
+    }
+    HalvernSepImpl::SendSuccess(command, &reply);
+}
+
+void handleExtSupply(SEP::ReceivedCommandC& command)
+{
+    const int items[2] = {EFI_EXT_VOLTAGE, EFI_EXT_PEAK};
+    REC::EfiExtSup reply;
+    for (int i = 0; i < 2; ++i) {
+        auto message = efiService().ExecuteExtSupplyCommand(items[i], true);
+        if (!message) {
+            sendEfiFailure(command);
+            return;
+        }
+        reply.values[i] = static_cast<std::uint32_t>(halvern::efi::replyAsInteger(message->GetReplyText()));
+    }
+    HalvernSepImpl::SendSuccess(command, &reply);
+}
+
+void handlePowerSelectSet(SEP::ReceivedCommandC& command)
+{
+    REC::EfiPwrSelect request;
+    if (!HalvernSepImpl::DecodeRequest(command, request)) return;
+    std::int32_t value = 0;
+    for (int bit = 0; bit < 3; ++bit)
+        if (request.selection[bit]) value |= 1 << bit;
+    if (!efiService().ExecuteStatusControlCommand(EFI_SC_PWRSELECT, EFI_SC_SET, value, true)) {
+        sendEfiFailure(command);
+        return;
+    }
+    HalvernSepImpl::SendSuccess(command, nullptr);
+}
+
+void handlePowerSelectGet(SEP::ReceivedCommandC& command)
+{
+    auto message = readStatusRegister(EFI_SC_PWRSELECT);
+    if (!message) {
+        sendEfiFailure(command);
+        return;
+    }
+    REC::EfiPwrSelect reply;
+    for (int bit = 0; bit < 3; ++bit)
+        reply.selection[bit] = ((message->GetValue() >> bit) & 1) != 0;
+    HalvernSepImpl::SendSuccess(command, &reply);
+}
+
+void handleEfiServiceCommand(SEP::ReceivedCommandC& command)
+{
+    REC::EfiSrvcCmd request;
+    if (!HalvernSepImpl::DecodeRequest(command, request, {"EFI command", nullptr})) return;
+    const std::string text(request.command);
+    if (text.size() + 1 > EFIServiceIPCMessageI::kRequestChars) {
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, "EFI command too long");
+        return;
+    }
+    EFIServiceIPCDirectCommand message(platform::widen(text));
+    platform::setLastError(0);
+    if (!efiService().ExecuteCommandTransaction(message)) {
+        const std::int32_t failure = static_cast<std::int32_t>(platform::lastError());
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_EFI, {}, &failure);
+        return;
+    }
+    const std::string reply = platform::narrow(message.GetReplyText()).value_or(std::string());
+    REC::EfiSrvcCmd answer;
+    if (reply.size() + 1 > sizeof answer.reply) {
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, "EFI reply too long to return");
+        return;
+    }
+    std::memcpy(answer.command, request.command, sizeof answer.command);
+    std::memcpy(answer.reply, reply.c_str(), reply.size() + 1);
+    HalvernSepImpl::SendSuccess(command, &answer);
 }
 
 void handleApiLevel(SEP::ReceivedCommandC& command)
@@ -137,8 +234,7 @@ void handleAutoRunSet(SEP::ReceivedCommandC& command)
 {
     REC::EfiAutoRun request;
     if (!HalvernSepImpl::DecodeRequest(command, request)) return;
-    if (!SysManagerC::Instance()->GetEFIServiceIPC().ExecuteStatusControlCommand(EFI_SC_AUTORUN, EFI_SC_SET,
-                                                                                 request.enabled ? 1 : 0, true)) {
+    if (!efiService().ExecuteStatusControlCommand(EFI_SC_AUTORUN, EFI_SC_SET, request.enabled ? 1 : 0, true)) {
         sendEfiFailure(command);
         return;
     }
@@ -240,8 +336,10 @@ void HalvernSepImpl::RegisterHandlers(SEP::ChannelC& channel)
         std::uint16_t id;
         void (*handler)(SEP::ReceivedCommandC&);
     } completed[] = {
-        {1001, handleApiLevel},   {1008, handlePowerCycle}, {1009, handlePowerSource},   {1022, handleAutoRunSet},
-        {1023, handleAutoRunGet}, {1027, handlePowerCycle}, {1055, handleShutdownState},
+        {1001, handleApiLevel},       {1004, handleBatteryStatus},  {1005, handleExtSupply},
+        {1006, handlePowerSelectSet}, {1007, handlePowerSelectGet}, {1030, handleEfiServiceCommand},
+        {1008, handlePowerCycle},     {1009, handlePowerSource},    {1022, handleAutoRunSet},
+        {1023, handleAutoRunGet},     {1027, handlePowerCycle},     {1055, handleShutdownState},
     };
     for (std::uint16_t id = kFirstCommand; id <= kLastCommand; ++id) {
         if (!isCommandId(id)) continue;
@@ -275,9 +373,17 @@ bool HalvernSepImpl::SendError(SEP::ReceivedCommandC& command, int code, const s
     return SendText(command, text);
 }
 
-bool HalvernSepImpl::DecodeRequest(SEP::ReceivedCommandC& command, MAL::UTI::SerializableI& request)
+bool HalvernSepImpl::DecodeRequest(SEP::ReceivedCommandC& command, MAL::UTI::SerializableI& request,
+                                   std::initializer_list<const char*> stringNames)
 {
-    if (SEP::decodeRecord(command.reader(), request)) return true;
+    int badString = -1;
+    const SEP::DecodeResultE result = SEP::decodeRecord(command.reader(), request, &badString);
+    if (result == SEP::DecodeResultE::Ok) return true;
+    if (result == SEP::DecodeResultE::NotTerminated && badString >= 0 &&
+        badString < static_cast<int>(stringNames.size()) && stringNames.begin()[badString] != nullptr) {
+        SendError(command, HalvernRpc::SEP_ERR_NOT_TERMINATED, stringNames.begin()[badString]);
+        return false;
+    }
     SendError(command, HalvernRpc::SEP_ERR_DECODE,
               std::string(CommandName(command.messageId())) + " (" + std::to_string(command.messageId()) + ")");
     return false;

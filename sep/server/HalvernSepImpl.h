@@ -2,6 +2,7 @@
 // The instrument's SEP command set: the reply header, error replies and the handlers registered on each
 // server's channel.
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 
 #include "framework/SerializableI.h"
@@ -47,6 +48,8 @@ public:
                           const std::int32_t* failureNumber = nullptr);
     // Header 889/10/1 with `text` as it is.
     static bool SendText(SEP::ReceivedCommandC& command, const std::string& text);
-    // Decodes the request; on failure answers code 0 naming the command and returns false.
-    static bool DecodeRequest(SEP::ReceivedCommandC& command, MAL::UTI::SerializableI& request);
+    // Decodes the request; on failure answers and returns false: code 4 with the name given for a string
+    // field (in the record's order of strings) that does not fit its buffer, else code 0 naming the command.
+    static bool DecodeRequest(SEP::ReceivedCommandC& command, MAL::UTI::SerializableI& request,
+                              std::initializer_list<const char*> stringNames = {});
 };

@@ -74,7 +74,9 @@ TEST(RecordCodingTest, AStringThatFillsItsWholeBufferIsNotSentAndNotAccepted)
     std::uint16_t id = 0;
     SEP::AddressC source, destination;
     ASSERT_TRUE(coder->readHeader(kind, id, source, destination));
-    EXPECT_FALSE(SEP::decodeRecord(*coder, config));
+    int badString = -1;
+    EXPECT_EQ(SEP::decodeRecord(*coder, config, &badString), SEP::DecodeResultE::NotTerminated);
+    EXPECT_EQ(badString, 0) << "the ssid";
 }
 
 TEST(RecordCodingTest, OneVisitEncodesAndDecodesEveryFieldInOrder)
@@ -96,7 +98,7 @@ TEST(RecordCodingTest, OneVisitEncodesAndDecodesEveryFieldInOrder)
         SEP::AddressC source, destination;
         ASSERT_TRUE(coder->readHeader(kind, id, source, destination));
         REC::WindowsOsTimeInfo received;
-        ASSERT_TRUE(SEP::decodeRecord(*coder, received));
+        ASSERT_EQ(SEP::decodeRecord(*coder, received), SEP::DecodeResultE::Ok);
         EXPECT_TRUE(std::equal(std::begin(sent.fields), std::end(sent.fields), std::begin(received.fields)));
         EXPECT_STREQ(received.timeZone, "W. Europe Standard Time");
         EXPECT_TRUE(received.daylightSaving);
