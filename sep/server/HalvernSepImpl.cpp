@@ -213,8 +213,7 @@ void handlePowerSource(SEP::ReceivedCommandC& command)
         return;
     }
     REC::EfiPwrSrc reply;
-    for (int bit = 0; bit < 11; ++bit)
-        reply.flags[bit] = ((message->GetValue() >> bit) & 1) != 0;
+    HalvernSepImpl::PowerSourceFlags(message->GetValue(), reply.flags);
     HalvernSepImpl::SendSuccess(command, &reply);
 }
 
@@ -322,6 +321,12 @@ bool writeHeader(SEP::DataWriterI& writer, bool success)
 }
 
 }  // namespace
+
+void HalvernSepImpl::PowerSourceFlags(std::int32_t reg, bool (&flags)[11])
+{
+    for (int bit = 0; bit < 11; ++bit)
+        flags[bit] = ((reg >> bit) & 1) != 0;
+}
 
 const char* HalvernSepImpl::CommandName(std::uint16_t messageId)
 {

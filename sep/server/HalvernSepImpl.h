@@ -50,6 +50,22 @@ public:
     static bool SendText(SEP::ReceivedCommandC& command, const std::string& text);
     // Decodes the request; on failure answers and returns false: code 4 with the name given for a string
     // field (in the record's order of strings) that does not fit its buffer, else code 0 naming the command.
+    // Events: each goes to every running server, first started first, and stops at the first server that
+    // cannot write it (logged); true when every server took it, also when none runs.
+    static bool raiseEfiBtnPressed();
+    static bool raiseEfiBtnReleased();
+    // Reads the power-source register at this moment; nothing is sent when that fails.
+    static bool raisePwrSrcStatus();
+    static bool raiseSuperIntervetion();
+    static bool raiseShutdownNotif(std::uint32_t value);
+    static bool raiseUsbDeviceAttachNotif(bool attached);
+    static bool raiseWlanChanSelected(bool selected, std::uint32_t channel, std::int32_t result);
+    static bool raiseUWFOverlayStateNotif(std::int32_t first, std::uint32_t second, std::uint32_t third);
+    static bool raiseWlanRadarEvent(std::int32_t value);
+
+    // The 11 power-source flags of the controller's register, one per bit from the lowest.
+    static void PowerSourceFlags(std::int32_t reg, bool (&flags)[11]);
+
     static bool DecodeRequest(SEP::ReceivedCommandC& command, MAL::UTI::SerializableI& request,
                               std::initializer_list<const char*> stringNames = {});
 };
