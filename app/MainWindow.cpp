@@ -4,7 +4,9 @@
 
 #include "app/Log.h"
 #include "app/resource.h"
+#include "efi/EFIServiceIPCBasicCommand.h"
 #include "platform/Clock.h"
+#include "sep/server/HalvernSepImpl.h"
 #include "sysmanager/SysManagerC.h"
 
 namespace halvern {
@@ -14,6 +16,18 @@ namespace {
 // Touched only on the main thread; atomics so that tests may look from theirs.
 std::atomic<AppShutdownRequestState> g_appShutdownRequestState{AppShutdownRequestState::WAIT_SHUTDOWN_CALL};
 std::atomic<int> g_shutdownCounter{0};
+
+// The power button's press time; 0 until the first press, so a lone release counts from boot.
+std::atomic<std::uint64_t> g_buttonPressTick{0};
+
+constexpr std::uint64_t kMinimumHoldMs = 500;
+constexpr std::uint32_t kLedPauseMs = 200;
+constexpr std::uint32_t kShutdownNoticeExtraSeconds = 16;
+constexpr int kLedOff = 0;
+constexpr int kLedOn = 3;
+constexpr int kLedBlink = 5;
+constexpr platform::WParam kDeviceArrival = 0x8000;
+constexpr platform::WParam kDeviceRemoveComplete = 0x8004;
 
 constexpr int kPassesBeforeTimer = 15;
 constexpr int kSecondsNotStarted = 60;
@@ -30,10 +44,44 @@ void enterState(AppShutdownRequestState state, int counter)
     g_shutdownCounter = counter;
 }
 
-// Asks the applications to exit and carries out the configured quit, reboot or shutdown, then tears the
-// instance down. The application exit and the LED and power steps join here with their subsystems.
+// Red and green; the blue LED is not fitted.
+void setLeds(int red, int green)
+{
+    SysManagerC::Instance()->GetEFIServiceIPC().ExecuteLEDCommand(red, green, kLedOff, false);
+}
+
+// Shows the coming action on the power LED: off, then blinking in the action's colour.
+void signalPowerAction(int red, int green, const char* line)
+{
+    setLeds(kLedOff, kLedOff);
+    platform::sleepMs(kLedPauseMs);
+    WriteLog("%s", line);
+    setLeds(red, green);
+    platform::sleepMs(kLedPauseMs);
+}
+
+// Carries out the configured quit, reboot or shutdown, then tears the instance down. Asking the
+// applications to exit and the system's power cycle join here with the power-control subsystem.
 void runPowerSequence()
 {
+    SysManagerC* manager = SysManagerC::Instance();
+    switch (manager->GetApplicationPowerRequestType()) {
+        case POWER_REQUEST_REBOOT:
+            WriteLog("Initiate Reboot sequence");
+            signalPowerAction(kLedBlink, kLedOff, "Set power LED to blinking RED");
+            manager->GetEFIServiceIPC().ExecuteBasicCommand(EFI_BASIC_REBOOT, false);
+            break;
+        case POWER_REQUEST_SHUTDOWN:
+            WriteLog("Initiate Shutdown sequence");
+            signalPowerAction(kLedBlink, kLedOff, "Set power LED to blinking RED");
+            break;
+        case POWER_REQUEST_QUIT:
+            WriteLog("Initiate Quit sequence");
+            signalPowerAction(kLedOff, kLedBlink, "Set power LED to blinking GREEN");
+            break;
+        default:
+            break;
+    }
     WriteLog("[2] DestroyLocalComponents");
     SysManagerC::DestroyInstance();
 }
@@ -49,6 +97,7 @@ void onClose(platform::WindowHandle window)
 {
     WriteLog("++ WM_CLOSE received");
     SysManagerC* manager = SysManagerC::Instance();
+    HalvernSepImpl::raiseShutdownNotif((manager->GetPowerRequestTimeout() + kShutdownNoticeExtraSeconds) * 1000);
 
     WriteLog("Set AppShutdownRequestState::WAIT_SHUTDOWN_CALL state");
     g_appShutdownRequestState = AppShutdownRequestState::WAIT_SHUTDOWN_CALL;
@@ -107,6 +156,56 @@ void onShutdownTimer(platform::WindowHandle window)
         }
     }
     finishShutdown(window);
+}
+
+void onPowerButtonReleased()
+{
+    if (platform::tickCount64() - g_buttonPressTick.load() < kMinimumHoldMs) {
+        WriteLog(">>> Power button discarded - press was too short >>>");
+        return;
+    }
+    setLeds(kLedOff, kLedOff);
+    platform::sleepMs(kLedPauseMs);
+    WriteLog(">>> Initiate System Shutdown >>>");
+    setLeds(kLedOn, kLedOff);
+    SysManagerC* manager = SysManagerC::Instance();
+    manager->ConfigurePowerCycleRequest(POWER_REQUEST_SHUTDOWN, true, 0);
+    WriteLog("Configured power cycle request: %d, force: %d, timeout: %d", POWER_REQUEST_SHUTDOWN, 1, 0);
+    WriteLog(" SendCloseEvent");
+    manager->SendCloseEvent();
+}
+
+void onEfiNotification(platform::WParam category, platform::LParam code)
+{
+    if (category == 0) {
+        WriteLog("[ERROR]: ++WM_EFI_NOTIFICATION : EFI reported ERROR = %x", static_cast<unsigned>(code));
+        return;
+    }
+    if (category != 1) {
+        WriteLog("[ERROR]: ++WM_EFI_NOTIFICATION : Unknown EFI Event category!");
+        return;
+    }
+    WriteLog("++WM_EFI_NOTIFICATION : Notification %x received", static_cast<unsigned>(code));
+    bool raised = true;
+    switch (code) {
+        case 1:
+            g_buttonPressTick = platform::tickCount64();
+            raised = HalvernSepImpl::raiseEfiBtnPressed();
+            break;
+        case 2:
+            onPowerButtonReleased();
+            raised = HalvernSepImpl::raiseEfiBtnReleased();
+            break;
+        case 4:
+            raised = HalvernSepImpl::raiseSuperIntervetion();
+            break;
+        case 5:
+            raised = HalvernSepImpl::raisePwrSrcStatus();
+            break;
+        default:
+            break;
+    }
+    if (!raised) WriteLog("[ERROR]: SEP failed to raise event for EFI notification %d", static_cast<int>(code));
 }
 
 }  // namespace
@@ -175,6 +274,15 @@ platform::LResult WndProc(platform::WindowHandle window, std::uint32_t message, 
             return 0;
         case platform::wm::Timer:
             if (wParam == SHUTDOWN_TIMER1) onShutdownTimer(window);
+            return 0;
+        case platform::wm::DeviceChange:
+            // Refreshing the USB device list joins here with the system information queries.
+            if (wParam == kDeviceArrival) HalvernSepImpl::raiseUsbDeviceAttachNotif(true);
+            if (wParam == kDeviceRemoveComplete) HalvernSepImpl::raiseUsbDeviceAttachNotif(false);
+            return 0;
+        case WM_EFI_NOTIFICATION:
+            WriteLog("-----------------WM_EFI_NOTIFICATION");
+            onEfiNotification(wParam, lParam);
             return 0;
         default:
             return platform::defWindowProc(window, message, wParam, lParam);

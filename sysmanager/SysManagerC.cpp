@@ -3,6 +3,7 @@
 #include "app/Log.h"
 #include "app/StartUpSteps.h"
 #include "platform/Sync.h"
+#include "platform/WinError.h"
 
 namespace {
 std::mutex g_instanceLock;
@@ -65,4 +66,19 @@ void SysManagerC::ConfigurePowerCycleRequest(std::int32_t type, bool force, std:
     m_applicationPowerRequestType = type;
     m_powerRequestForce = force;
     m_powerRequestTimeout = timeoutSeconds;
+}
+
+bool SysManagerC::SendCloseEvent()
+{
+    const platform::WindowHandle window = GetMainWindow();
+    if (window == platform::WindowHandle{}) {
+        WriteLog("[%s] [ERROR]: tried to send close event, but handle is null.", "SysManagerC::SendCloseEvent");
+        return false;
+    }
+    if (!platform::postMessage(window, platform::wm::Close, 0, 0)) {
+        WriteLog("[%s] [ERROR]: Failed to post close message: %d", "SysManagerC::SendCloseEvent",
+                 static_cast<int>(platform::lastError()));
+        return false;
+    }
+    return true;
 }

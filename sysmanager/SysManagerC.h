@@ -54,6 +54,8 @@ public:
     std::int32_t GetApplicationPowerRequestType() const { return m_applicationPowerRequestType; }
     bool GetPowerRequestForce() const { return m_powerRequestForce; }
     std::uint32_t GetPowerRequestTimeout() const { return m_powerRequestTimeout; }
+    // Posts WM_CLOSE to the main window, which starts the close sequence; false without a window.
+    bool SendCloseEvent();
 
     // Time keeping: the I2C RTC's time, or 2018-01-01 00:00:00 when the clock cannot be read (then the RTC
     // valid flag is cleared). False only when the SPB devices cannot be enabled.

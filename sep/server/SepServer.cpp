@@ -7,6 +7,7 @@
 #include "app/Log.h"
 #include "app/StartUpSteps.h"
 #include "platform/Socket.h"
+#include "sep/server/HalvernSepImpl.h"
 
 namespace halvern {
 namespace {
@@ -27,6 +28,8 @@ bool startOne(std::uint16_t defaultPort)
 {
     auto server = std::make_unique<HalvernRpc::TcpIpServerChannelSetupC>(
         HalvernRpc::TcpIpServerChannelSetupC::defaultConfig(platform::serverPort(defaultPort)));
+    // Handlers are in place before the first client can connect.
+    HalvernSepImpl::RegisterHandlers(server->channel());
     if (!server->start(kSepStartValue)) return false;
     WriteLog("Started SEP server on port %d", static_cast<int>(server->port()));
     std::lock_guard<std::mutex> guard(serversLock());

@@ -6,21 +6,27 @@
 namespace halvern::test {
 namespace {
 
+// With no power request configured the power sequence quits: LEDs off, blinking green, each step
+// followed by a 200 ms pause.
+constexpr int kPowerSequenceSleeps = 2;
+constexpr std::uint64_t kPowerSequenceMs = 400;
+
 std::vector<std::string> closeTail()
 {
-    return {"[2] DestroyLocalComponents", "[SysManagerC::DestroyInstance]", "++ WM_DESTROY received"};
+    return {"Initiate Quit sequence", "Set power LED to blinking GREEN", "[2] DestroyLocalComponents",
+            "[SysManagerC::DestroyInstance]", "++ WM_DESTROY received"};
 }
 
 TEST_F(MainWindowTest, CloseWithoutRunningApplicationShutsDownAtOnce)
 {
     EXPECT_EQ(closeAndRun(), 0);
     const auto messages = logMessages();
-    EXPECT_TRUE(containsInOrder(
-        messages,
-        {"++ WM_CLOSE received", "Set AppShutdownRequestState::WAIT_SHUTDOWN_CALL state", "WM_CLOSE - SHUTDOWN: 15",
-         "[2] DestroyLocalComponents", "[SysManagerC::DestroyInstance]", "++ WM_DESTROY received"}));
+    EXPECT_TRUE(
+        containsInOrder(messages, {"++ WM_CLOSE received", "Set AppShutdownRequestState::WAIT_SHUTDOWN_CALL state",
+                                   "WM_CLOSE - SHUTDOWN: 15", "Initiate Quit sequence", "[2] DestroyLocalComponents",
+                                   "[SysManagerC::DestroyInstance]", "++ WM_DESTROY received"}));
     EXPECT_EQ(findMessage(messages, "WM_CLOSE - SHUTDOWN: 14"), -1);
-    EXPECT_EQ(m_clock.sleeps(), 0);
+    EXPECT_EQ(m_clock.sleeps(), kPowerSequenceSleeps);
     EXPECT_FALSE(platform::isWindow(m_window));
 }
 
@@ -29,7 +35,7 @@ TEST_F(MainWindowTest, SilentApplicationIsWaitedForFifteenSecondsInTheCloseHandl
     auto application = startApplication();
     const std::uint64_t start = m_clock.tickCount64();
     EXPECT_EQ(closeAndRun(), 0);
-    EXPECT_EQ(m_clock.tickCount64() - start, 15000u);
+    EXPECT_EQ(m_clock.tickCount64() - start, 15000u + kPowerSequenceMs);
     const auto messages = logMessages();
     std::vector<std::string> expected;
     for (int pass = 15; pass >= 1; --pass)
@@ -46,7 +52,7 @@ TEST_F(MainWindowTest, ApplicationThatExitsDuringThePassesSkipsTheRemainingWait)
         if (sleepNumber == 3) platform::setEvent(application.get());
     };
     EXPECT_EQ(closeAndRun(), 0);
-    EXPECT_EQ(m_clock.sleeps(), 3);
+    EXPECT_EQ(m_clock.sleeps(), 3 + kPowerSequenceSleeps);
     const auto messages = logMessages();
     EXPECT_NE(findMessage(messages, "WM_CLOSE - SHUTDOWN: 12"), -1);
     EXPECT_EQ(findMessage(messages, "WM_CLOSE - SHUTDOWN: 11"), -1);
@@ -58,7 +64,7 @@ TEST_F(MainWindowTest, UnknownAnswerEndsTheWaitAtOnce)
     auto application = startApplication();
     m_clock.onSleep = [](int) { SysManagerC::Instance()->SetAppShutdownAnswer(7); };
     EXPECT_EQ(closeAndRun(), 0);
-    EXPECT_EQ(m_clock.sleeps(), 1);
+    EXPECT_EQ(m_clock.sleeps(), 1 + kPowerSequenceSleeps);
     EXPECT_TRUE(containsInOrder(logMessages(), {"WM_CLOSE - SHUTDOWN: 14", "[2] DestroyLocalComponents"}));
 }
 

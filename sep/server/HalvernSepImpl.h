@@ -1,0 +1,71 @@
+#pragma once
+// The instrument's SEP command set: the reply header, error replies and the handlers registered on each
+// server's channel.
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+
+#include "framework/SerializableI.h"
+#include "sep/ChannelC.h"
+
+namespace HalvernRpc {
+
+constexpr std::int32_t kReturnCodeSuccess = 1097;
+constexpr std::int32_t kReturnCodeError = 889;
+constexpr std::int32_t kFacility = 10;
+constexpr std::uint16_t kErrorTextMax = 2048;
+
+enum SepErrorCode : int {
+    SEP_ERR_DECODE = 0,
+    SEP_ERR_EFI = 1,
+    SEP_ERR_WIFI_SET = 2,
+    SEP_ERR_WIFI_GET = 3,
+    SEP_ERR_NOT_TERMINATED = 4,
+    SEP_ERR_RTC = 5,
+    SEP_ERR_GENERAL = 6,
+    SEP_ERR_RANGE = 7,
+};
+
+// The text of an error reply: the code's text, " ( detail)" when a detail is given, "error code: n" when a
+// failure number is given.
+std::string composeErrorText(int code, const std::string& detail, const std::int32_t* failureNumber);
+
+}  // namespace HalvernRpc
+
+class HalvernSepImpl {
+public:
+    static constexpr std::int32_t kApiLevel = 51;
+
+    // "UKNOWN SEP CMD" for an id that the table does not name.
+    static const char* CommandName(std::uint16_t messageId);
+    // One handler per command id of the table and the default callback for every other id.
+    static void RegisterHandlers(SEP::ChannelC& channel);
+
+    // Header 1097/10/0, then the record (nothing for a command without a reply record).
+    static bool SendSuccess(SEP::ReceivedCommandC& command, MAL::UTI::SerializableI* record);
+    // Logs the composed text and sends it with header 889/10/1.
+    static bool SendError(SEP::ReceivedCommandC& command, int code, const std::string& detail = {},
+                          const std::int32_t* failureNumber = nullptr);
+    // Header 889/10/1 with `text` as it is.
+    static bool SendText(SEP::ReceivedCommandC& command, const std::string& text);
+    // Decodes the request; on failure answers and returns false: code 4 with the name given for a string
+    // field (in the record's order of strings) that does not fit its buffer, else code 0 naming the command.
+    // Events: each goes to every running server, first started first, and stops at the first server that
+    // cannot write it (logged); true when every server took it, also when none runs.
+    static bool raiseEfiBtnPressed();
+    static bool raiseEfiBtnReleased();
+    // Reads the power-source register at this moment; nothing is sent when that fails.
+    static bool raisePwrSrcStatus();
+    static bool raiseSuperIntervetion();
+    static bool raiseShutdownNotif(std::uint32_t value);
+    static bool raiseUsbDeviceAttachNotif(bool attached);
+    static bool raiseWlanChanSelected(bool selected, std::uint32_t channel, std::int32_t result);
+    static bool raiseUWFOverlayStateNotif(std::int32_t first, std::uint32_t second, std::uint32_t third);
+    static bool raiseWlanRadarEvent(std::int32_t value);
+
+    // The 11 power-source flags of the controller's register, one per bit from the lowest.
+    static void PowerSourceFlags(std::int32_t reg, bool (&flags)[11]);
+
+    static bool DecodeRequest(SEP::ReceivedCommandC& command, MAL::UTI::SerializableI& request,
+                              std::initializer_list<const char*> stringNames = {});
+};

@@ -1,0 +1,62 @@
+#pragma once
+// A SEP port with the instrument's command set and a client that asks it: what a frontend sees.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "client/SepClientC.h"
+#include "sep/server/HalvernSepImpl.h"
+#include "sep/server/TcpIpServerChannelSetupC.h"
+
+namespace halvern::test {
+
+// A reply as the client library reads it: the header, then either the record's reader or the error text.
+struct CommandReplyT {
+    bool received = false;
+    std::int32_t returnCode = 0;
+    std::int32_t facility = 0;
+    std::uint16_t level = 0;
+    std::string errorText;
+    SEP::DecodedFrameT frame;
+};
+
+class SepCommandPort {
+public:
+    SepCommandPort()
+    {
+        BSS::NET::NetTcpIpServerCfgT config = HalvernRpc::TcpIpServerChannelSetupC::defaultConfig(0);
+        config.listenAddress = platform::kLoopbackAddress;
+        config.passTimeoutMs = 20;
+        m_server = std::make_unique<HalvernRpc::TcpIpServerChannelSetupC>(config);
+        HalvernSepImpl::RegisterHandlers(m_server->channel());
+        EXPECT_TRUE(m_server->start(3600000));
+        EXPECT_TRUE(m_client.connect("127.0.0.1", m_server->port()));
+    }
+
+    // Sends command `id` with `fields` and reads the reply; `received` stays false when none came.
+    CommandReplyT ask(std::uint16_t id, const std::function<bool(SEP::DataWriterI&)>& fields = {},
+                      SEP::CodingE coding = SEP::CodingE::Binary, std::uint32_t waitMs = 10000)
+    {
+        CommandReplyT reply;
+        if (!m_client.sendBytes(SEP::encodeFrame(coding, id, SEP::MESSAGE_KIND_COMMAND, {}, {}, fields))) return reply;
+        std::vector<std::uint8_t> bytes;
+        if (!m_client.receiveFrame(bytes, waitMs) || !SEP::decodeFrame(bytes, reply.frame)) return reply;
+        auto& coder = *reply.frame.coder;
+        if (reply.frame.kind != SEP::MESSAGE_KIND_REPLY || reply.frame.messageId != id ||
+            !coder.readI32(reply.returnCode) || !coder.readI32(reply.facility) || !coder.readU16(reply.level))
+            return reply;
+        if (reply.returnCode != HalvernRpc::kReturnCodeSuccess && !coder.readString(reply.errorText)) return reply;
+        reply.received = true;
+        return reply;
+    }
+
+    HalvernRpc::TcpIpServerChannelSetupC& server() { return *m_server; }
+    SEP::SepClientC& client() { return m_client; }
+
+private:
+    std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC> m_server;
+    SEP::SepClientC m_client;
+};
+
+}  // namespace halvern::test
