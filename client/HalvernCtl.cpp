@@ -15,13 +15,13 @@ namespace {
 bool parseSpecs(const std::vector<std::string>& arguments, std::vector<TypedValueT>& specs, std::ostream& err)
 {
     for (const auto& argument : arguments) {
-        TypedValueT spec;
+        TypedValueT shape;
         std::string error;
-        if (!parseReadSpec(argument, spec, error)) {
+        if (!parseReadSpec(argument, shape, error)) {
             err << "halvernctl: " << error << "\n";
             return false;
         }
-        specs.push_back(spec);
+        specs.push_back(shape);
     }
     return true;
 }

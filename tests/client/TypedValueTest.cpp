@@ -32,14 +32,14 @@ TEST(TypedValueTest, AcceptsEachTypeOnlyWithinItsRange)
 
 TEST(TypedValueTest, ReplyFieldsNeedALengthOnlyForByteArrays)
 {
-    SEP::TypedValueT spec;
+    SEP::TypedValueT shape;
     std::string error;
-    EXPECT_TRUE(SEP::parseReadSpec("bytes:6", spec, error));
-    EXPECT_EQ(spec.bytes.size(), 6u);
-    EXPECT_TRUE(SEP::parseReadSpec("i32", spec, error));
-    EXPECT_FALSE(SEP::parseReadSpec("bytes", spec, error));
-    EXPECT_FALSE(SEP::parseReadSpec("i32:4", spec, error));
-    EXPECT_FALSE(SEP::parseReadSpec("int", spec, error));
+    EXPECT_TRUE(SEP::parseReadSpec("bytes:6", shape, error));
+    EXPECT_EQ(shape.bytes.size(), 6u);
+    EXPECT_TRUE(SEP::parseReadSpec("i32", shape, error));
+    EXPECT_FALSE(SEP::parseReadSpec("bytes", shape, error));
+    EXPECT_FALSE(SEP::parseReadSpec("i32:4", shape, error));
+    EXPECT_FALSE(SEP::parseReadSpec("int", shape, error));
 }
 
 }  // namespace
