@@ -11,10 +11,12 @@ namespace halvern::sim {
 namespace {
 
 // Notification codes of the service.
-const wchar_t* const kButtonPressed = L"1";
-const wchar_t* const kButtonReleased = L"2";
-const wchar_t* const kSupervisorIntervention = L"4";
-const wchar_t* const kPowerSourceChanged = L"5";
+// The service marks a notification by its first character: "!" for an error, another one ("#" here) for
+// everything else; the number follows it.
+const wchar_t* const kButtonPressed = L"#1";
+const wchar_t* const kButtonReleased = L"#2";
+const wchar_t* const kSupervisorIntervention = L"#4";
+const wchar_t* const kPowerSourceChanged = L"#5";
 
 bool parseInt(const std::string& text, std::int32_t& value)
 {

@@ -53,7 +53,7 @@ in_order "[HW Status] *****************************" \
     "[INFO]: isHwErrorDetected: Successfully parsed EFI's HW status" "[HW Status] FPGA Ready	: OK"
 ctl() { "$halvern_sim" ctl --root "$root" "$@"; }
 [ "$(ctl efi button press)" = "OK pressed (1 reader)" ] || fail "the power button did not reach Halvern's reader"
-wait_for_line "[EFIServiceIPC::ReadResponseFromEFI]: ReadResponseFromEFI [1]"
+wait_for_line "++WM_EFI_NOTIFICATION : Notification 1 received"
 ctl efi nonsense > /dev/null && fail "an unknown control command was accepted"
 # Stopping the service breaks Halvern's notification pipe; Halvern goes on and still closes cleanly.
 ctl efi service stop > /dev/null || fail "cannot stop the EFI service"
@@ -80,6 +80,23 @@ in_order "$rule" "$banner" "$rule" \
     "WM_CLOSE - SHUTDOWN: 15" "[2] DestroyLocalComponents" "[SysManagerC::DestroyInstance]" "++ WM_DESTROY received" \
     "Halvern [wWinMain]: Main Message loop terminated, exiting Halvern application" "[1] DestroyLocalComponents"
 grep -qx "signalled" "$root/kernel/Global/HalvernShutdownResponse" || fail "shutdown response event not signalled"
+
+# --- holding the power button shuts the instrument down through the close path ---
+root=$work/button
+log=$root/D/logs/Halvern.log
+"$halvern_sim" --root "$root" > "$work/button.out" 2>&1 &
+sim_pid=$!
+pids+=("$sim_pid")
+wait_for_line "InitInstance done!"
+"$halvern_sim" ctl --root "$root" efi button hold 600 > /dev/null || fail "cannot hold the power button"
+set +e
+wait "$sim_pid"
+code=$?
+set -e
+[ "$code" -eq 0 ] || fail "halvern-sim ended with $code after the power button"
+in_order "++WM_EFI_NOTIFICATION : Notification 1 received" "++WM_EFI_NOTIFICATION : Notification 2 received" \
+    ">>> Initiate System Shutdown >>>" "Configured power cycle request: 2, force: 1, timeout: 0" \
+    "++ WM_CLOSE received" "Initiate Shutdown sequence" "[2] DestroyLocalComponents" "++ WM_DESTROY received"
 
 # --- the bare program on a sim root, ended by SIGINT, with -noupdate ---
 root=$work/bare

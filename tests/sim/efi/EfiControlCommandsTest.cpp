@@ -107,7 +107,7 @@ TEST_F(EfiControlCommandsTest, ButtonSupplyAndErrorsArePushedAsNotifications)
     EXPECT_EQ(m_commands.execute("efi supervisor"), "OK supervisor intervention (1 reader)");
     EXPECT_EQ(m_commands.execute("efi error 12"), "OK error 12 (1 reader)");
 
-    for (const wchar_t* expected : {L"1", L"1", L"2", L"5", L"4", L"!12"})
+    for (const wchar_t* expected : {L"#1", L"#1", L"#2", L"#5", L"#4", L"!12"})
         EXPECT_EQ(nextNotification(reader), expected);
 }
 
