@@ -1,21 +1,15 @@
 #include <windows.h>
 
+#include "platform/win32/OwnHandle.h"
+
 #include "platform/I2c.h"
 
 namespace platform {
 
 UniqueHandle openI2cDevice(const std::string& path)
 {
-    HANDLE handle = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    // An empty owner must not hide the failed call's error.
-    const DWORD error = GetLastError();
-    if (handle == INVALID_HANDLE_VALUE) {
-        SetLastError(error);
-        return UniqueHandle();
-    }
-    UniqueHandle owner(handle);
-    SetLastError(error);
-    return owner;
+    return win32::ownFileHandle(
+        CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
 bool deviceIoControl(HandleValue device, std::uint32_t code, const void* in, std::uint32_t inBytes, void* out,

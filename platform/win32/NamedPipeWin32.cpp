@@ -1,24 +1,12 @@
 #include <windows.h>
 
+#include "platform/win32/OwnHandle.h"
+
 #include "platform/NamedPipe.h"
 
 namespace platform {
 
 namespace {
-
-// Pipe handles are owned as UniqueHandle, whose empty value is null: INVALID_HANDLE_VALUE must not leak
-// into an owner, yet the caller still needs the error of the failed call.
-UniqueHandle ownPipe(HANDLE handle)
-{
-    const DWORD error = GetLastError();
-    if (handle == INVALID_HANDLE_VALUE) {
-        SetLastError(error);
-        return UniqueHandle();
-    }
-    UniqueHandle owner(handle);
-    SetLastError(error);
-    return owner;
-}
 
 // Message pipes are small; these sizes only advise the system's buffering.
 constexpr DWORD kPipeBufferBytes = 65536;
@@ -27,7 +15,8 @@ constexpr DWORD kPipeBufferBytes = 65536;
 
 UniqueHandle openPipe(const std::wstring& name)
 {
-    return ownPipe(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    return win32::ownFileHandle(
+        CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
 bool waitNamedPipe(const std::wstring& name, std::uint32_t milliseconds)
@@ -72,9 +61,9 @@ bool cancelPipeIo(HandleValue pipe)
 
 UniqueHandle createPipeServer(const std::wstring& name)
 {
-    return ownPipe(CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX,
-                                    PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, PIPE_UNLIMITED_INSTANCES,
-                                    kPipeBufferBytes, kPipeBufferBytes, 0, nullptr));
+    return win32::ownFileHandle(
+        CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT,
+                         PIPE_UNLIMITED_INSTANCES, kPipeBufferBytes, kPipeBufferBytes, 0, nullptr));
 }
 
 bool connectPipeClient(HandleValue pipe)
