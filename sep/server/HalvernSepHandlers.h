@@ -1,0 +1,31 @@
+#pragma once
+// The command handlers of the instrument's SEP command set, grouped by the subsystem that does their work.
+// Each group lives in its own source file and hands its (id, handler) pairs to the registration; an id that
+// no group claims answers that it is not available on this build.
+#include <cstdint>
+#include <vector>
+
+#include "sep/ChannelC.h"
+
+class EFIServiceIPC;
+
+namespace HalvernSepHandlers {
+
+using HandlerFn = void (*)(SEP::ReceivedCommandC&);
+
+struct HandlerEntryT {
+    std::uint16_t id;
+    HandlerFn handler;
+};
+
+// The EFI client of the system manager.
+EFIServiceIPC& efiService();
+// Code 1 without a failure number: the EFI service did not answer or refused.
+void sendEfiFailure(SEP::ReceivedCommandC& command);
+
+// Power controller commands answered through the EFI service.
+std::vector<HandlerEntryT> efiHandlers();
+// API level, power cycle and shutdown state.
+std::vector<HandlerEntryT> systemHandlers();
+
+}  // namespace HalvernSepHandlers
