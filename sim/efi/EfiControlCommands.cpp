@@ -37,7 +37,7 @@ std::string notified(EfiServiceSimC& service, const std::wstring& text, const st
 
 const char* const kUsage =
     "ERROR usage: efi button press|release|hold MS | power mains|battery | battery L|H status|rsoc|voltage|temp N"
-    " | ext voltage|peak|bat_volt N | register KEYWORD N | supervisor | error CODE | notify TEXT"
+    " | ext voltage|peak|bat_volt N | register KEYWORD|74..81 N | supervisor | error CODE | notify TEXT"
     " | service stop|start | hwstatus MODE FPGA HPS TELO | hwstatus raw TEXT | state";
 
 }  // namespace

@@ -187,6 +187,14 @@ void EfiControllerModelC::setHwStatus(const EfiHwStatusState& status)
 bool EfiControllerModelC::setRegister(const std::wstring& keyword, std::int32_t value)
 {
     std::lock_guard<std::mutex> guard(m_lock);
+    // A number names one of the battery registers.
+    std::int32_t reg = 0;
+    if (parseNumber(keyword, 10, reg)) {
+        auto battery = m_batteryRegisters.find(reg);
+        if (battery == m_batteryRegisters.end()) return false;
+        battery->second = value;
+        return true;
+    }
     auto it = m_statusControl.find(keyword);
     if (it == m_statusControl.end()) return false;
     it->second = value;

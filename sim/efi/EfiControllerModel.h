@@ -43,7 +43,8 @@ public:
     // Switches the supply: mains (true) or battery (false).
     void setMains(bool mains);
     void setHwStatus(const EfiHwStatusState& status);
-    // One status/control register by keyword ("AUTORUN"); false for an unknown keyword.
+    // One status/control register by keyword ("AUTORUN") or a battery register by number ("76"); false
+    // for an unknown one.
     bool setRegister(const std::wstring& keyword, std::int32_t value);
 
     // A one-line account of the state, for the control interface.
