@@ -240,6 +240,17 @@ platform::WindowHandle InitInstance(const std::wstring& title, const std::wstrin
     return window;
 }
 
+// The overlay watch saw the write filter's overlay reach a state; clients hear it with the overlay's
+// figures, or with zeros when these cannot be read.
+static void onOverlayState(std::int32_t state)
+{
+    std::uint32_t consumption = 0;
+    std::uint32_t available = 0;
+    SysManagerC::Instance()->ReadUWFOverlay(consumption, available);
+    if (!HalvernSepImpl::raiseUWFOverlayStateNotif(state, consumption, available))
+        WriteLog("[ERROR]: SEP failed to raise event for overlay state %d", state);
+}
+
 platform::LResult WndProc(platform::WindowHandle window, std::uint32_t message, platform::WParam wParam,
                           platform::LParam lParam)
 {
@@ -279,6 +290,14 @@ platform::LResult WndProc(platform::WindowHandle window, std::uint32_t message, 
             // Refreshing the USB device list joins here with the system information queries.
             if (wParam == kDeviceArrival) HalvernSepImpl::raiseUsbDeviceAttachNotif(true);
             if (wParam == kDeviceRemoveComplete) HalvernSepImpl::raiseUsbDeviceAttachNotif(false);
+            return 0;
+        case WM_USB_PORT_RECYCLE:
+            SysManagerC::Instance()->RecycleUsbPort(static_cast<std::uint16_t>(wParam & 0xFFFF));
+            return 0;
+        case WM_UWF_OVERLAY_STATE_1:
+        case WM_UWF_OVERLAY_STATE_2:
+        case WM_UWF_OVERLAY_STATE_3:
+            onOverlayState(static_cast<std::int32_t>(message - WM_UWF_OVERLAY_STATE_1 + 1));
             return 0;
         case WM_EFI_NOTIFICATION:
             WriteLog("-----------------WM_EFI_NOTIFICATION");

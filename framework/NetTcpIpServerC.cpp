@@ -276,6 +276,7 @@ bool NetTcpIpServerC::writeData(int connection, const std::uint8_t* data, std::s
     if (!client->socket) return false;
     const std::uint64_t start = platform::tickCount64();
     std::size_t sent = 0;
+    bool mustWait = false;
     while (sent < length) {
         const std::uint64_t elapsed = platform::tickCount64() - start;
         if (elapsed >= m_config.writeTimeoutMs) {
@@ -283,9 +284,13 @@ bool NetTcpIpServerC::writeData(int connection, const std::uint8_t* data, std::s
                      static_cast<int>(m_config.writeTimeoutMs));
             return false;
         }
-        // The slice is measured on the installed clock: a virtual clock runs the time-out out at once.
-        const std::uint64_t slice = std::min<std::uint64_t>(m_config.writeTimeoutMs - elapsed, 50);
-        const auto realWait = platform::clock().idleWait(slice);
+        // A socket with room is written at once; only a full one waits. The slice is measured on the
+        // installed clock: a virtual clock runs the time-out out at once.
+        std::chrono::milliseconds realWait{0};
+        if (mustWait) {
+            const std::uint64_t slice = std::min<std::uint64_t>(m_config.writeTimeoutMs - elapsed, 50);
+            realWait = platform::clock().idleWait(slice);
+        }
         std::vector<platform::SocketPollT> writable{{client->socket.get(), false}};
         std::vector<platform::SocketPollT> exceptional{{client->socket.get(), false}};
         const int ready =
@@ -299,10 +304,12 @@ bool NetTcpIpServerC::writeData(int connection, const std::uint8_t* data, std::s
             debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData: select returns with except FDS set!\n");
             return false;
         }
-        if (!writable[0].ready) continue;
+        mustWait = !writable[0].ready;
+        if (mustWait) continue;
         const int result = platform::sendSocket(client->socket.get(), data + sent, length - sent);
         if (result < 0) {
-            if (platform::lastError() == platform::kWsaEWouldBlock) continue;
+            mustWait = platform::lastError() == platform::kWsaEWouldBlock;
+            if (mustWait) continue;
             debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData: send failed (%s)\n", lastSocketError().c_str());
             return false;
         }

@@ -24,9 +24,15 @@ SysManagerC* SysManagerC::Instance()
 
 void SysManagerC::DestroyInstance()
 {
+    {
+        std::lock_guard<std::mutex> guard(g_instanceLock);
+        if (!g_instanceAlive) return;
+    }
+    // The servers stop outside the lock: a command being handled may still ask for the instance, and
+    // stopping waits for it.
+    halvern::StopSepServer();
     std::lock_guard<std::mutex> guard(g_instanceLock);
     if (!g_instanceAlive) return;
-    halvern::StopSepServer();
     // The sensor board manager's helper is torn down here once it exists.
     WriteLog("[%s]", "SysManagerC::DestroyInstance");
     delete g_instance;

@@ -62,6 +62,11 @@ public:
     bool GetI2cRtcTime(platform::SystemTime& rtcTime);
     bool IsRtcValid() const { return m_rtcValid; }
 
+    // USB ports and the write filter's overlay, asked for by the main window on behalf of other threads.
+    // False (logged) when the operation fails or is not available on this build.
+    bool RecycleUsbPort(std::uint16_t portId);
+    bool ReadUWFOverlay(std::uint32_t& consumptionMb, std::uint32_t& availableMb);
+
 private:
     SysManagerC() = default;
 

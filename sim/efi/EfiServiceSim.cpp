@@ -150,6 +150,12 @@ int EfiServiceSimC::notify(const std::wstring& text)
     return reached;
 }
 
+int EfiServiceSimC::readers()
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    return static_cast<int>(m_readers.size());
+}
+
 void EfiServiceSimC::stop()
 {
     if (!m_running) return;

@@ -29,6 +29,9 @@ public:
     bool running() const { return m_running; }
     // Sends `text` to every connected notification reader; the number of readers it reached.
     int notify(const std::wstring& text);
+    // Readers connected to the notification pipe now; a notification sent before the first one is lost,
+    // as with the real service.
+    int readers();
 
 private:
     struct InstanceC;

@@ -7,6 +7,7 @@
 
 #include "client/SepClientC.h"
 #include "sep/server/HalvernSepImpl.h"
+#include "sep/server/SepServer.h"
 #include "sep/server/TcpIpServerChannelSetupC.h"
 
 namespace halvern::test {
@@ -58,5 +59,22 @@ private:
     std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC> m_server;
     SEP::SepClientC m_client;
 };
+
+// One client per running port of the instrument, each known to its server (it has had an answer), so
+// that an event raised afterwards reaches it.
+inline std::vector<std::unique_ptr<SEP::SepClientC>> connectToEveryPort()
+{
+    std::vector<std::unique_ptr<SEP::SepClientC>> clients;
+    forEachSepServer([&](HalvernRpc::TcpIpServerChannelSetupC& server) {
+        clients.push_back(std::make_unique<SEP::SepClientC>());
+        EXPECT_TRUE(clients.back()->connect("127.0.0.1", server.port()));
+        std::vector<std::uint8_t> frame;
+        EXPECT_TRUE(clients.back()->sendBytes(
+            SEP::encodeFrame(SEP::CodingE::Binary, 1001, SEP::MESSAGE_KIND_COMMAND, {}, {}, {})));
+        EXPECT_TRUE(clients.back()->receiveFrame(frame, 10000));
+        return true;
+    });
+    return clients;
+}
 
 }  // namespace halvern::test

@@ -1,9 +1,14 @@
-// The shutdown timer's state machine, stepped through with virtual time. Host only: Windows' own
+// The shutdown timer's state machine, stepped through with virtual time, with the application's answer
+// arriving over SEP. Host only: Windows' own
 // timers do not follow the test clock.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 #include "app/MainWindowFixture.h"
+#include "sep/SepCommandTestSupport.h"
 
 namespace halvern::test {
 namespace {
@@ -16,13 +21,40 @@ int countPrefix(const std::vector<std::string>& messages, const std::string& pre
 
 class ShutdownTimerTest : public MainWindowTest {
 protected:
-    // The application answers `answer` during the second second of the close handler's wait.
+    void TearDown() override
+    {
+        m_port.reset();
+        MainWindowTest::TearDown();
+    }
+    // The application answers during the second second of the close handler's wait, as it does: with
+    // command 1055 through a SEP port. The main thread waits in real time for the server to take it.
     void answerDuringPasses(std::int32_t answer)
     {
-        m_clock.onSleep = [answer](int sleepNumber) {
-            if (sleepNumber == 2) SysManagerC::Instance()->SetAppShutdownAnswer(answer);
+        m_port = std::make_unique<SepCommandPort>();
+        m_clock.onSleep = [this, answer](int sleepNumber) {
+            if (sleepNumber != 2) return;
+            const bool start = answer == APP_SHUTDOWN_STARTED;
+            ASSERT_TRUE(m_port->client().sendBytes(
+                SEP::encodeFrame(SEP::CodingE::Binary, 1055, SEP::MESSAGE_KIND_COMMAND, {}, {},
+                                 [start](SEP::DataWriterI& w) { return w.writeBool(start); })));
+            for (int wait = 0; wait < 1000 && SysManagerC::Instance()->GetAppShutdownAnswer() != answer; ++wait)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
         };
     }
+    // The client's waits run on the installed clock: its reply is read once real time is back.
+    void expectAnswerAcknowledged()
+    {
+        platform::setClock(nullptr);
+        std::vector<std::uint8_t> bytes;
+        SEP::DecodedFrameT reply;
+        std::int32_t code = 0;
+        ASSERT_TRUE(m_port->client().receiveFrame(bytes, 10000) && SEP::decodeFrame(bytes, reply));
+        EXPECT_EQ(reply.messageId, 1055);
+        EXPECT_TRUE(reply.coder->readI32(code));
+        EXPECT_EQ(code, HalvernRpc::kReturnCodeSuccess);
+    }
+
+    std::unique_ptr<SepCommandPort> m_port;
 };
 
 TEST_F(ShutdownTimerTest, NotStartedGetsSixtyMoreSeconds)
@@ -38,6 +70,7 @@ TEST_F(ShutdownTimerTest, NotStartedGetsSixtyMoreSeconds)
                    "++ WM_DESTROY received"}));
     EXPECT_EQ(countPrefix(messages, "WM_TIMER - SHUTDOWN_TIMER1: "), 61);
     EXPECT_EQ(m_clock.tickCount64() - start, 2000u + 61u * 1000u + 400u) << "with the LED pauses of the quit";
+    expectAnswerAcknowledged();
 }
 
 TEST_F(ShutdownTimerTest, StartedApplicationGetsFifteenSecondsToEnd)
@@ -50,6 +83,7 @@ TEST_F(ShutdownTimerTest, StartedApplicationGetsFifteenSecondsToEnd)
         messages, {"Change to AppShutdownRequestState::SHUTDOWN_STARTED state", "WM_TIMER - SHUTDOWN_TIMER1: 15",
                    "WM_TIMER - SHUTDOWN_TIMER1: 1", "[2] DestroyLocalComponents"}));
     EXPECT_EQ(countPrefix(messages, "WM_TIMER - SHUTDOWN_TIMER1: "), 15);
+    expectAnswerAcknowledged();
 }
 
 TEST_F(ShutdownTimerTest, StartedApplicationThatEndsCutsTheWaitShort)

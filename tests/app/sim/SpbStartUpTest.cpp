@@ -2,10 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "spb/SpbEnable.h"
 #include "app/StartUpSteps.h"
 #include "platform/sim/SimRoot.h"
 #include "sim/i2c/I2cDeviceServer.h"
+#include "spb/SpbEnable.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/SysManagerC.h"
 

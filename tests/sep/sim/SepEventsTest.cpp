@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "app/StartUpSteps.h"
-#include "client/SepClientC.h"
+#include "sep/SepCommandTestSupport.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sep/server/SepServer.h"
 #include "sim/ControlCommands.h"
@@ -31,18 +31,9 @@ protected:
         m_service.stop();
         InstrumentTest::TearDown();
     }
-    // One client per running port, each known to its server (it has had an answer).
     void connectClients()
     {
-        forEachSepServer([&](HalvernRpc::TcpIpServerChannelSetupC& server) {
-            clients.push_back(std::make_unique<SEP::SepClientC>());
-            EXPECT_TRUE(clients.back()->connect("127.0.0.1", server.port()));
-            std::vector<std::uint8_t> frame;
-            EXPECT_TRUE(clients.back()->sendBytes(
-                SEP::encodeFrame(SEP::CodingE::Binary, 1001, SEP::MESSAGE_KIND_COMMAND, {}, {}, {})));
-            EXPECT_TRUE(clients.back()->receiveFrame(frame, 10000));
-            return true;
-        });
+        clients = connectToEveryPort();
         ASSERT_EQ(clients.size(), 2u);
     }
     // The next event of `client` with its header checked; its coder is positioned at the record.

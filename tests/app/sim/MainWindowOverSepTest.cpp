@@ -1,0 +1,109 @@
+// The main window as a frontend sees it: the controller's notifications reach the main window, every
+// client of both ports hears the button and the coming shutdown, and the instrument goes down.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "app/MainWindowFixture.h"
+#include "app/StartUpSteps.h"
+#include "sep/SepCommandTestSupport.h"
+#include "sep/server/SepServer.h"
+#include "sim/ControlCommands.h"
+#include "sim/efi/EfiControlCommands.h"
+
+namespace halvern::test {
+namespace {
+
+class MainWindowOverSepTest : public MainWindowTest {
+protected:
+    void SetUp() override
+    {
+        MainWindowTest::SetUp();
+        // The hold is measured by the window against the clock the controller's notifications arrive by.
+        platform::setClock(nullptr);
+        sim::addEfiControlCommands(m_commands, m_model, m_service);
+        ASSERT_TRUE(m_service.start());
+        SysManagerC::Instance()->SetMainWindow(m_window);
+        ASSERT_TRUE(SysManagerC::Instance()->GetEFIServiceIPC().InitializeEFICommunication());
+        ASSERT_TRUE(StartSepServer());
+        m_clients = connectToEveryPort();
+        ASSERT_EQ(m_clients.size(), 2u);
+    }
+    void TearDown() override
+    {
+        if (m_hold.joinable()) m_hold.join();
+        m_clients.clear();
+        StopSepServer();
+        MainWindowTest::TearDown();
+        m_service.stop();
+    }
+
+    // The events a client received until its connection closed: (id, first value of the record).
+    static std::vector<std::pair<int, std::int64_t>> eventsOf(SEP::SepClientC& client)
+    {
+        std::vector<std::pair<int, std::int64_t>> events;
+        std::vector<std::uint8_t> frame;
+        while (client.receiveFrame(frame, 5000)) {
+            SEP::DecodedFrameT event;
+            std::int32_t code = 0, facility = 0;
+            std::uint16_t level = 0;
+            if (!SEP::decodeFrame(frame, event) || event.kind != SEP::MESSAGE_KIND_EVENT ||
+                !event.coder->readI32(code) || !event.coder->readI32(facility) || !event.coder->readU16(level))
+                continue;
+            std::int32_t button = 0;
+            std::uint32_t timeout = 0;
+            if (event.messageId == 1000 && event.coder->readI32(button)) events.emplace_back(1000, button);
+            if (event.messageId == 1003 && event.coder->readU32(timeout)) events.emplace_back(1003, timeout);
+        }
+        return events;
+    }
+
+    sim::ControlCommandsC m_commands;
+    sim::EfiControllerModelC m_model;
+    sim::EfiServiceSimC m_service{m_model};
+    std::vector<std::unique_ptr<SEP::SepClientC>> m_clients;
+    std::thread m_hold;
+};
+
+TEST_F(MainWindowOverSepTest, HoldingTheButtonTellsEveryClientAndShutsDown)
+{
+    // Halvern's notification reader connects on a thread of its own; a press before that would be lost.
+    for (int wait = 0; wait < 500 && m_service.readers() == 0; ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_EQ(m_service.readers(), 1);
+    m_hold = std::thread([this] { m_commands.execute("efi button hold 600"); });
+    EXPECT_EQ(runUntilQuit(), 0);
+    m_quitSeen = true;
+    const std::vector<std::pair<int, std::int64_t>> expected = {{1000, 1}, {1000, 2}, {1003, 16000}};
+    for (auto& client : m_clients)
+        EXPECT_EQ(eventsOf(*client), expected);
+    EXPECT_TRUE(containsInOrder(
+        logMessages(), {">>> Initiate System Shutdown >>>", "++ WM_CLOSE received", "Initiate Shutdown sequence",
+                        "[2] DestroyLocalComponents", "++ WM_DESTROY received"}));
+}
+
+TEST_F(MainWindowOverSepTest, OverlayStatesReachClientsAndUsbRecyclingSaysItIsNotAvailable)
+{
+    WndProc(m_window, WM_UWF_OVERLAY_STATE_2, 0, 0);
+    WndProc(m_window, WM_UWF_OVERLAY_STATE_3, 0, 0);
+    WndProc(m_window, WM_USB_PORT_RECYCLE, 0x70003, 0);
+    for (auto& client : m_clients) {
+        for (std::int32_t state : {2, 3}) {
+            std::vector<std::uint8_t> frame;
+            SEP::DecodedFrameT event;
+            std::int32_t code = 0, facility = 0, first = 0;
+            std::uint16_t level = 0;
+            ASSERT_TRUE(client->receiveFrame(frame, 5000) && SEP::decodeFrame(frame, event));
+            EXPECT_EQ(event.messageId, 1006);
+            EXPECT_TRUE(event.coder->readI32(code) && event.coder->readI32(facility) && event.coder->readU16(level) &&
+                        event.coder->readI32(first));
+            EXPECT_EQ(first, state);
+        }
+    }
+    EXPECT_NE(
+        findMessage(logMessages(), "[ERROR]: RecycleUsbPort: USB port control is not available on this build (port 3)"),
+        -1);
+}
+
+}  // namespace
+}  // namespace halvern::test
