@@ -4,11 +4,11 @@
 #include <vector>
 
 #include "app/Log.h"
-#include "spb/SpbEnable.h"
 #include "app/StartUpSteps.h"
 #include "efi/EFIServiceIPC.h"
 #include "spb/SpbApi.h"
 #include "spb/SpbDevices.h"
+#include "spb/SpbEnable.h"
 #include "sysmanager/SysManagerC.h"
 
 namespace halvern {

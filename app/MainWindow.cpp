@@ -60,20 +60,23 @@ void signalPowerAction(int red, int green, const char* line)
     platform::sleepMs(kLedPauseMs);
 }
 
-// Carries out the configured quit, reboot or shutdown, then tears the instance down. Asking the
-// applications to exit and the system's power cycle join here with the power-control subsystem.
+// Carries out the configured quit, reboot or shutdown, then tears the instance down.
 void runPowerSequence()
 {
     SysManagerC* manager = SysManagerC::Instance();
+    WriteLog("Request Zentor Application Exit");
+    manager->RequestComApplicationExit();
     switch (manager->GetApplicationPowerRequestType()) {
         case POWER_REQUEST_REBOOT:
             WriteLog("Initiate Reboot sequence");
             signalPowerAction(kLedBlink, kLedOff, "Set power LED to blinking RED");
             manager->GetEFIServiceIPC().ExecuteBasicCommand(EFI_BASIC_REBOOT, false);
+            manager->PowerCycleScannerDevice();
             break;
         case POWER_REQUEST_SHUTDOWN:
             WriteLog("Initiate Shutdown sequence");
             signalPowerAction(kLedBlink, kLedOff, "Set power LED to blinking RED");
+            manager->PowerCycleScannerDevice();
             break;
         case POWER_REQUEST_QUIT:
             WriteLog("Initiate Quit sequence");

@@ -3,6 +3,7 @@
 #include "app/StartUpSteps.h"
 
 #include "app/Log.h"
+#include "platform/WinError.h"
 #include "spb/SpbEnable.h"
 #include "sysmanager/SysManagerC.h"
 
@@ -34,7 +35,16 @@ void StartNetworkObserver() {}
 void InitWlanAccessPoint() {}
 void StartDriverEventSink() {}
 void StopDriverEventSink() {}
-void LaunchZentorApplication() {}
+void LaunchZentorApplication()
+{
+    platform::setLastError(0);
+    if (SysManagerC::Instance()->StartComApplication()) {
+        WriteLog("Sucessufully launched Zentor Application");
+    } else {
+        WriteLog("Halvern [%s] [ERROR]: Launch Zentor Application failed (%d)", "wWinMain",
+                 static_cast<int>(platform::lastError()));
+    }
+}
 void VerifyMoraEthernet() {}
 
 }  // namespace halvern

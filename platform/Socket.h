@@ -98,6 +98,10 @@ std::string formatIpv4(std::uint32_t address);
 // always `defaultPort`; the simulation platform may move it (0: any free port) so that several
 // instruments and test runs share one machine.
 std::uint16_t serverPort(std::uint16_t defaultPort);
+// Tells the instrument's other programs where the server for `defaultPort` listens. On the instrument
+// they know the fixed port; the simulation platform records the port in the sim root
+// ($HALVERN_ROOT/sim/sep/<default port>), where the stand-in applications look.
+void announceServerPort(std::uint16_t defaultPort, std::uint16_t port);
 // The local address servers listen on: every interface on the instrument, loopback on the simulation
 // platform.
 std::uint32_t serverListenAddress();

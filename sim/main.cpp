@@ -19,6 +19,7 @@
 #include "platform/sim/SimRoot.h"
 #include "sim/ControlServer.h"
 #include "sim/SimRootLayout.h"
+#include "sim/standin/StandInInstall.h"
 #include "sim/efi/EfiControlCommands.h"
 #include "sim/i2c/I2cControlCommands.h"
 
@@ -98,6 +99,10 @@ int main(int argc, char** argv)
     std::string error;
     if (root.empty()) root = halvern::sim::makeTemporarySimRoot(error);
     if (root.empty() || !halvern::sim::createSimRootLayout(root, error)) {
+        std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
+        return 2;
+    }
+    if (!halvern::sim::installStandIns(root, besideThisProgram("halvern-standin"), error)) {
         std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
         return 2;
     }

@@ -56,14 +56,15 @@ platform::WindowHandle SysManagerC::GetMainWindow() const
 void SysManagerC::SetZentorApplicationProcess(platform::UniqueHandle process)
 {
     std::lock_guard<std::mutex> guard(m_lock);
-    m_zentorApplicationProcess = std::move(process);
+    m_zentorFrontend = platform::ProcessInformationT{};
+    m_zentorFrontend.process = std::move(process);
 }
 
 bool SysManagerC::IsZentorApplicationRunning()
 {
     std::lock_guard<std::mutex> guard(m_lock);
-    return m_zentorApplicationProcess &&
-           platform::waitForSingleObject(m_zentorApplicationProcess.get(), 0) == platform::kWaitTimeout;
+    return m_zentorFrontend.process &&
+           platform::waitForSingleObject(m_zentorFrontend.process.get(), 0) == platform::kWaitTimeout;
 }
 
 void SysManagerC::ConfigurePowerCycleRequest(std::int32_t type, bool force, std::uint32_t timeoutSeconds)

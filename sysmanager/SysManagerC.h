@@ -5,9 +5,11 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <string>
 
 #include "efi/EFIServiceIPC.h"
 #include "platform/Handle.h"
+#include "platform/Process.h"
 #include "platform/Time.h"
 #include "platform/Window.h"
 
@@ -46,9 +48,36 @@ public:
     void SetAppShutdownAnswer(std::int32_t answer) { m_appShutdownAnswer = answer; }
     std::int32_t GetAppShutdownAnswer() const { return m_appShutdownAnswer; }
 
-    // The instrument application's process, once launched; running while its handle is not signalled.
+    // The instrument application (the frontend), once launched; running while its handle is not signalled.
     void SetZentorApplicationProcess(platform::UniqueHandle process);
     bool IsZentorApplicationRunning();
+
+    // The instrument's applications in the user session: started once at start-up, ended in order by the
+    // shutdown sequence.
+    bool StartComApplication();
+    bool RequestComApplicationExit();
+    // The launcher of every program the system manager starts; `useWinlogonToken` starts it with the
+    // Winlogon token on the interactive desktop, otherwise as the logged-on user.
+    bool CreateChildProcess(const std::wstring& application, const std::wstring& commandLine,
+                            std::uint32_t creationFlags, const platform::StartupInfoT& startup,
+                            platform::ProcessInformationT* started, bool useWinlogonToken);
+    // 1 under a user account, 0 under "SYSTEM" or when the user name cannot be read.
+    int IsRunnigFromUserAccount();
+    // Waits half a second for the program to end by itself, then terminates it; true when it had ended.
+    bool VerifyAndCloseProcess(platform::ProcessInformationT* process);
+    void ShutdownDiagnosticsService();
+    // True once the computer carries a real instrument name (factory names have numbers up to 1000000).
+    bool IsInstrumentNameSet();
+    bool SetInstrumentName(const std::wstring& name);
+    // Write-filter configuration of the device modes; 0 on success, else the failure code.
+    std::uint32_t ConfigureUnifiedWriteFilter();
+
+    // Power control: the configured reboot or shutdown of the whole instrument.
+    bool PowerCycleScannerDevice();
+    bool RequestSensorboardHalt();
+    // Where the sensor board is reached (its Ethernet address as dotted quad).
+    void SetSensorBoardAddress(const std::string& address);
+    std::string GetSensorBoardAddress() const;
 
     void ConfigurePowerCycleRequest(std::int32_t type, bool force, std::uint32_t timeoutSeconds);
     std::int32_t GetApplicationPowerRequestType() const { return m_applicationPowerRequestType; }
@@ -76,9 +105,15 @@ private:
     std::uint32_t m_backendToFrontendDelay = 1000;
     bool m_allowMxApplicationStartup = true;
     std::atomic<std::int32_t> m_appShutdownAnswer{APP_SHUTDOWN_NO_ANSWER};
-    platform::UniqueHandle m_zentorApplicationProcess;
-    std::int32_t m_applicationPowerRequestType = POWER_REQUEST_QUIT;
-    bool m_powerRequestForce = false;
-    std::uint32_t m_powerRequestTimeout = 0;
+    // Dummy console, diagnostics service, backend, frontend.
+    platform::ProcessInformationT m_dummyConsole;
+    platform::ProcessInformationT m_diagnosticsService;
+    platform::ProcessInformationT m_zentorBackend;
+    platform::ProcessInformationT m_zentorFrontend;
+    std::string m_sensorBoardAddress = "192.168.2.1";
+    // Written by the command server's thread, read by the main thread.
+    std::atomic<std::int32_t> m_applicationPowerRequestType{POWER_REQUEST_QUIT};
+    std::atomic<bool> m_powerRequestForce{false};
+    std::atomic<std::uint32_t> m_powerRequestTimeout{0};
     EFIServiceIPC m_efiServiceIPC;
 };

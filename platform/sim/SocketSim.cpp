@@ -11,10 +11,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
 
 #include "platform/Socket.h"
 #include "platform/WinError.h"
+#include "platform/sim/SimRoot.h"
 
 namespace platform {
 namespace {
@@ -231,6 +233,13 @@ std::uint16_t serverPort(std::uint16_t defaultPort)
     const unsigned long port = std::strtoul(value, &end, 10);
     if (*end != '\0' || port > 65535) return defaultPort;
     return static_cast<std::uint16_t>(port);
+}
+
+void announceServerPort(std::uint16_t defaultPort, std::uint16_t port)
+{
+    const std::string folder = sim::root() + "/sim/sep";
+    if (sim::root().empty() || !sim::makeDirectories(folder)) return;
+    std::ofstream(folder + "/" + std::to_string(defaultPort), std::ios::trunc) << port << "\n";
 }
 
 std::uint32_t serverListenAddress()

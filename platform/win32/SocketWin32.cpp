@@ -200,6 +200,11 @@ std::uint16_t serverPort(std::uint16_t defaultPort)
     return defaultPort;
 }
 
+void announceServerPort(std::uint16_t, std::uint16_t)
+{
+    // The instrument's applications know the fixed ports.
+}
+
 std::uint32_t serverListenAddress()
 {
     return kAnyAddress;

@@ -32,6 +32,7 @@ bool startOne(std::uint16_t defaultPort)
     HalvernSepImpl::RegisterHandlers(server->channel());
     if (!server->start(kSepStartValue)) return false;
     WriteLog("Started SEP server on port %d", static_cast<int>(server->port()));
+    platform::announceServerPort(defaultPort, server->port());
     std::lock_guard<std::mutex> guard(serversLock());
     servers().push_back(std::move(server));
     return true;

@@ -87,7 +87,8 @@ log=$root/D/logs/Halvern.log
 "$halvern_sim" --root "$root" > "$work/button.out" 2>&1 &
 sim_pid=$!
 pids+=("$sim_pid")
-wait_for_line "InitInstance done!"
+# The window handles the button once the start-up has launched the applications.
+wait_for_line "Sucessufully launched Zentor Application"
 "$halvern_sim" ctl --root "$root" efi button hold 600 > /dev/null || fail "cannot hold the power button"
 set +e
 wait "$sim_pid"
@@ -96,7 +97,13 @@ set -e
 [ "$code" -eq 0 ] || fail "halvern-sim ended with $code after the power button"
 in_order "++WM_EFI_NOTIFICATION : Notification 1 received" "++WM_EFI_NOTIFICATION : Notification 2 received" \
     ">>> Initiate System Shutdown >>>" "Configured power cycle request: 2, force: 1, timeout: 0" \
-    "++ WM_CLOSE received" "Initiate Shutdown sequence" "[2] DestroyLocalComponents" "++ WM_DESTROY received"
+    "++ WM_CLOSE received" "Request Zentor Application Exit" "Initiate Shutdown sequence" \
+    "[SysManagerC::PowerCycleScannerDevice]: System Shutdown initiated successfully " \
+    "[2] DestroyLocalComponents" "++ WM_DESTROY received"
+# The simulated instrument is off: the sensor board halted over ssh, Windows shut down without reboot.
+grep -qx "force=1 timeout=0 reboot=0 reason=0x80000000" "$root/sim/power/shutdown" || fail "no shutdown recorded"
+[ -f "$root/sim/sensorboard/halted" ] || fail "the sensor board was not halted"
+grep -qx "frontend exited 0" "$root/sim/apps/log" || fail "the frontend did not end by itself"
 
 # --- the bare program on a sim root, ended by SIGINT, with -noupdate ---
 root=$work/bare

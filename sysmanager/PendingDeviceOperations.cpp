@@ -1,5 +1,5 @@
-// USB port control and the write filter's overlay belong to the device-mode and hardware-information
-// operations, which this build does not carry yet: both say so rather than pretend.
+// USB port control and the write filter belong to the device-mode and hardware-information operations,
+// which this build does not carry yet: each says so rather than pretend.
 #include "app/Log.h"
 #include "sysmanager/SysManagerC.h"
 
@@ -16,4 +16,10 @@ bool SysManagerC::ReadUWFOverlay(std::uint32_t& consumptionMb, std::uint32_t& av
     availableMb = 0;
     WriteLog("[ERROR]: ReadUWFOverlay: the write filter is not available on this build");
     return false;
+}
+
+std::uint32_t SysManagerC::ConfigureUnifiedWriteFilter()
+{
+    // E_NOTIMPL: the caller logs it as the configuration's failure code.
+    return 0x80004001u;
 }

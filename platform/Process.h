@@ -1,0 +1,106 @@
+#pragma once
+// Processes, the interactive user's session and the computer's identity, with Windows semantics. On the
+// simulation platform programs named by Windows paths are stand-ins in the sim root, the process list,
+// the logged-on user and the computer names are files under $HALVERN_ROOT/sim/, and a shutdown request
+// is recorded there: the host's own processes, users and power are never touched.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/Handle.h"
+#include "platform/WinError.h"
+
+namespace platform {
+
+constexpr std::uint32_t kCreateNewConsole = 0x00000010;
+constexpr std::uint32_t kNormalPriorityClass = 0x00000020;
+constexpr std::uint32_t kCreateUnicodeEnvironment = 0x00000400;
+constexpr std::uint32_t kCreateNoWindow = 0x08000000;
+constexpr std::uint16_t kSwHide = 0;
+constexpr std::uint32_t kErrorNotAllAssigned = 1300;
+
+// STARTUPINFOW as far as the instrument uses it.
+struct StartupInfoT {
+    bool useShowWindow = false;
+    bool useStdHandles = false;
+    std::uint16_t showWindow = 0;
+    std::wstring desktop;  // empty: the caller's
+};
+
+// PROCESS_INFORMATION with owned handles.
+struct ProcessInformationT {
+    UniqueHandle process;
+    UniqueHandle thread;
+    std::uint32_t processId = 0;
+    std::uint32_t threadId = 0;
+};
+
+// CreateProcessW. An empty `application` lets the first word of `commandLine` be found through the search
+// path; an empty `commandLine` passes none.
+bool createProcess(const std::wstring& application, const std::wstring& commandLine, std::uint32_t creationFlags,
+                   const StartupInfoT& startup, ProcessInformationT& started);
+// GetExitCodeProcess: kStillActive while the process runs.
+bool getExitCodeProcess(HandleValue process, std::uint32_t& exitCode);
+bool terminateProcess(HandleValue process, std::uint32_t exitCode);
+
+// One entry of a process snapshot (CreateToolhelp32Snapshot, Process32First/Next) with its session
+// (ProcessIdToSessionId; 0xFFFFFFFF when it cannot be read).
+struct ProcessEntryT {
+    std::uint32_t processId = 0;
+    std::wstring exeFile;
+    std::uint32_t sessionId = 0;
+};
+enum class SnapshotResultE { Ok, SnapshotFailed, FirstFailed };
+SnapshotResultE snapshotProcesses(std::vector<ProcessEntryT>& processes);
+
+// GetUserNameW.
+bool getUserName(std::wstring& name);
+
+// Access tokens for starting a program in the interactive user's session.
+// WTSQueryUserToken.
+bool queryUserToken(std::uint32_t sessionId, UniqueHandle& token);
+// OpenProcess with MAXIMUM_ALLOWED, then OpenProcessToken with the access a primary token for another
+// session needs (assign primary, duplicate, query, adjust privileges, groups, default and session id,
+// read control).
+bool openProcessTokenForSession(std::uint32_t processId, UniqueHandle& token);
+// LookupPrivilegeValueW on the local system; the LUID packed into 64 bits.
+bool lookupPrivilege(const std::wstring& name, std::uint64_t& luid);
+// DuplicateTokenEx as a primary token at identification level.
+bool duplicatePrimaryToken(HandleValue token, UniqueHandle& duplicate);
+// SetTokenInformation(TokenSessionId).
+bool setTokenSessionId(HandleValue token, std::uint32_t sessionId);
+// AdjustTokenPrivileges enabling one privilege. Succeeds with the last error left as the call left it:
+// kErrorNotAllAssigned when the token does not hold the privilege.
+bool enableTokenPrivilege(HandleValue token, std::uint64_t luid);
+// OpenProcessToken(current process, query | adjust privileges).
+bool openOwnProcessToken(UniqueHandle& token);
+
+// CreateEnvironmentBlock / DestroyEnvironmentBlock.
+class EnvironmentBlockC {
+public:
+    EnvironmentBlockC() = default;
+    ~EnvironmentBlockC();
+    EnvironmentBlockC(const EnvironmentBlockC&) = delete;
+    EnvironmentBlockC& operator=(const EnvironmentBlockC&) = delete;
+    bool create(HandleValue token, bool inherit);
+    bool valid() const { return m_block != nullptr; }
+    void* get() const { return m_block; }
+
+private:
+    void* m_block = nullptr;
+};
+
+// CreateProcessAsUserW.
+bool createProcessAsUser(HandleValue token, const std::wstring& application, const std::wstring& commandLine,
+                         std::uint32_t creationFlags, const EnvironmentBlockC& environment, const StartupInfoT& startup,
+                         ProcessInformationT& started);
+
+// GetComputerNameExW / SetComputerNameExW for the formats the instrument uses.
+enum class ComputerNameE { NetBios, DnsHostname, PhysicalNetBios, PhysicalDnsHostname };
+bool getComputerName(ComputerNameE format, std::wstring& name);
+bool setComputerName(ComputerNameE format, const std::wstring& name);
+
+// InitiateSystemShutdownExW on the local machine without a message.
+bool initiateSystemShutdown(std::uint32_t timeoutSeconds, bool forceAppsClosed, bool reboot, std::uint32_t reason);
+
+}  // namespace platform

@@ -1,0 +1,474 @@
+// Processes of the simulated instrument. Programs named by Windows paths are executables in the sim root
+// (the stand-ins that halvern-sim installs); everything else about the session lives in files under
+// $HALVERN_ROOT/sim/: "session/user" (the account this program runs as, "SYSTEM" when absent),
+// "session/processes" (the system's own processes, "pid session exe" per line), "computer/name" and the
+// pending names a rename leaves for the next boot, and "power/shutdown", where a shutdown request is
+// recorded for the simulator.
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+#include "platform/Clock.h"
+#include "platform/Process.h"
+#include "platform/Sync.h"
+#include "platform/Text.h"
+#include "platform/sim/SimObject.h"
+#include "platform/sim/SimRoot.h"
+
+extern char** environ;
+
+namespace platform {
+namespace {
+
+constexpr std::uint32_t kErrorNoMoreFiles = 18;
+constexpr std::uint32_t kErrorNoSuchPrivilege = 1313;
+constexpr std::uint32_t kErrorNoToken = 1008;
+constexpr std::uint32_t kErrorInvalidComputerName = 1210;
+constexpr std::uint32_t kPollSliceMs = 10;
+
+std::string simFile(const std::string& relative)
+{
+    const std::string base = sim::root();
+    return base.empty() ? std::string() : base + "/sim/" + relative;
+}
+
+std::string readFirstLine(const std::string& path, const std::string& fallback)
+{
+    std::ifstream in(path);
+    std::string line;
+    if (!in || !std::getline(in, line)) return fallback;
+    return line;
+}
+
+bool writeFile(const std::string& path, const std::string& text)
+{
+    const auto slash = path.rfind('/');
+    if (path.empty() || !sim::makeDirectories(path.substr(0, slash))) return false;
+    std::ofstream out(path, std::ios::trunc);
+    out << text;
+    return static_cast<bool>(out);
+}
+
+// A child process of this program. Its exit is collected with waitpid when someone looks.
+class ProcessObjectC final : public sim::SimObjectC {
+public:
+    explicit ProcessObjectC(pid_t pid) : m_pid(pid) {}
+
+    bool exitCode(std::uint32_t& code)
+    {
+        std::lock_guard<std::mutex> guard(m_lock);
+        reap(false);
+        code = m_exited ? m_exitCode : kStillActive;
+        return true;
+    }
+
+    bool terminate(std::uint32_t code)
+    {
+        std::lock_guard<std::mutex> guard(m_lock);
+        reap(false);
+        if (m_exited) {
+            setLastError(kErrorAccessDenied);
+            return false;
+        }
+        ::kill(m_pid, SIGKILL);
+        reap(true);
+        m_exitCode = code;
+        return true;
+    }
+
+    std::uint32_t wait(std::uint32_t milliseconds) override
+    {
+        auto& clk = clock();
+        const std::uint64_t deadline = clk.tickCount64() + milliseconds;
+        for (;;) {
+            {
+                std::lock_guard<std::mutex> guard(m_lock);
+                reap(false);
+                if (m_exited) return kWaitObject0;
+            }
+            const std::uint64_t now = clk.tickCount64();
+            if (milliseconds != kInfinite && now >= deadline) return kWaitTimeout;
+            const std::uint64_t slice =
+                milliseconds == kInfinite ? kPollSliceMs : std::min<std::uint64_t>(deadline - now, kPollSliceMs);
+            const auto realWait = clk.idleWait(slice);
+            if (realWait.count() > 0) std::this_thread::sleep_for(realWait);
+        }
+    }
+
+private:
+    void reap(bool block)
+    {
+        if (m_exited) return;
+        int status = 0;
+        const pid_t done = ::waitpid(m_pid, &status, block ? 0 : WNOHANG);
+        if (done != m_pid) return;
+        m_exited = true;
+        m_exitCode = WIFEXITED(status) ? static_cast<std::uint32_t>(WEXITSTATUS(status)) : 1;
+    }
+
+    std::mutex m_lock;
+    const pid_t m_pid;
+    bool m_exited = false;
+    std::uint32_t m_exitCode = kStillActive;
+};
+
+// The primary thread of a started program: as in Windows, signalled when the process ends.
+class ThreadObjectC final : public sim::SimObjectC {
+public:
+    explicit ThreadObjectC(HandleValue process) : m_process(process) {}
+    std::uint32_t wait(std::uint32_t milliseconds) override
+    {
+        sim::SimObjectC* process = sim::lookupObject(m_process);
+        return process != nullptr ? process->wait(milliseconds) : kWaitObject0;
+    }
+
+private:
+    HandleValue m_process;
+};
+
+struct TokenObjectC final : sim::SimObjectC {
+    std::uint32_t sessionId = 0;
+};
+
+ProcessObjectC* processObject(HandleValue handle)
+{
+    auto* object = dynamic_cast<ProcessObjectC*>(sim::lookupObject(handle));
+    if (object == nullptr) setLastError(kErrorInvalidHandle);
+    return object;
+}
+
+TokenObjectC* tokenObject(HandleValue handle)
+{
+    auto* object = dynamic_cast<TokenObjectC*>(sim::lookupObject(handle));
+    if (object == nullptr) setLastError(kErrorInvalidHandle);
+    return object;
+}
+
+UniqueHandle newToken(std::uint32_t sessionId)
+{
+    auto token = std::make_unique<TokenObjectC>();
+    token->sessionId = sessionId;
+    return UniqueHandle(sim::registerObject(std::move(token)));
+}
+
+// Command line words as the C runtime of a Windows program splits them: blanks separate, double quotes
+// group.
+std::vector<std::string> splitCommandLine(const std::string& line)
+{
+    std::vector<std::string> words;
+    std::string word;
+    bool quoted = false;
+    bool inWord = false;
+    for (char c : line) {
+        if (c == '"') {
+            quoted = !quoted;
+            inWord = true;
+        } else if ((c == ' ' || c == '\t') && !quoted) {
+            if (inWord) words.push_back(word);
+            word.clear();
+            inWord = false;
+        } else {
+            word += c;
+            inWord = true;
+        }
+    }
+    if (inWord) words.push_back(word);
+    return words;
+}
+
+bool isExecutable(const std::string& path)
+{
+    struct stat st {};
+    return !path.empty() && ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && ::access(path.c_str(), X_OK) == 0;
+}
+
+// A program found through the search path of the simulated system, ".exe" added when missing.
+std::string searchProgram(std::string name)
+{
+    std::string lower = name;
+    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (lower.size() < 4 || lower.compare(lower.size() - 4, 4, ".exe") != 0) name += ".exe";
+    for (const char* folder : {"C:\\Windows\\System32\\", "C:\\Windows\\", "C:\\Python\\"}) {
+        const std::string path = sim::resolveWindowsPath(folder + name);
+        if (isExecutable(path)) return path;
+    }
+    return {};
+}
+
+bool spawn(const std::wstring& application, const std::wstring& commandLine, ProcessInformationT& started)
+{
+    const std::string line = narrow(commandLine).value_or(std::string());
+    std::vector<std::string> words = splitCommandLine(line);
+    std::string program;
+    if (!application.empty()) {
+        program = sim::resolveWindowsPath(narrow(application).value_or(std::string()));
+    } else if (!words.empty()) {
+        program = searchProgram(words.front());
+        words.erase(words.begin());
+    }
+    struct stat st {};
+    if (program.empty() || ::stat(program.c_str(), &st) != 0) {
+        setLastError(kErrorFileNotFound);
+        return false;
+    }
+    if (!isExecutable(program)) {
+        setLastError(kErrorAccessDenied);
+        return false;
+    }
+    std::vector<char*> argv;
+    argv.push_back(program.data());
+    for (auto& word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    // The child finds the same simulated instrument, also when this process was given its root in-process.
+    std::vector<std::string> environment;
+    for (char** entry = environ; *entry != nullptr; ++entry)
+        if (std::string(*entry).rfind("HALVERN_ROOT=", 0) != 0) environment.emplace_back(*entry);
+    environment.push_back("HALVERN_ROOT=" + sim::root());
+    std::vector<char*> envp;
+    for (auto& entry : environment)
+        envp.push_back(entry.data());
+    envp.push_back(nullptr);
+    pid_t pid = 0;
+    if (::posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv.data(), envp.data()) != 0) {
+        setLastError(kErrorAccessDenied);
+        return false;
+    }
+    HandleValue process = sim::registerObject(std::make_unique<ProcessObjectC>(pid));
+    started.process.reset(process);
+    started.thread.reset(sim::registerObject(std::make_unique<ThreadObjectC>(process)));
+    started.processId = static_cast<std::uint32_t>(pid);
+    started.threadId = static_cast<std::uint32_t>(pid);
+    return true;
+}
+
+std::vector<ProcessEntryT> systemProcesses()
+{
+    std::vector<ProcessEntryT> processes;
+    std::ifstream in(simFile("session/processes"));
+    if (!in) return {{4, L"System", 0}, {612, L"winlogon.exe", 1}};
+    std::string line;
+    while (std::getline(in, line)) {
+        std::istringstream fields(line);
+        ProcessEntryT entry;
+        std::string exe;
+        if (fields >> entry.processId >> entry.sessionId >> exe) {
+            entry.exeFile = widen(exe);
+            processes.push_back(entry);
+        }
+    }
+    return processes;
+}
+
+bool validComputerName(const std::wstring& name, std::size_t limit)
+{
+    if (name.empty() || name.size() > limit || name.front() == L'-' || name.back() == L'-') return false;
+    bool letter = false;
+    for (wchar_t c : name) {
+        const bool digit = c >= L'0' && c <= L'9';
+        const bool alpha = (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z');
+        if (!digit && !alpha && c != L'-') return false;
+        letter = letter || alpha || c == L'-';
+    }
+    return letter;
+}
+
+}  // namespace
+
+bool createProcess(const std::wstring& application, const std::wstring& commandLine, std::uint32_t, const StartupInfoT&,
+                   ProcessInformationT& started)
+{
+    return spawn(application, commandLine, started);
+}
+
+bool getExitCodeProcess(HandleValue process, std::uint32_t& exitCode)
+{
+    ProcessObjectC* object = processObject(process);
+    return object != nullptr && object->exitCode(exitCode);
+}
+
+bool terminateProcess(HandleValue process, std::uint32_t exitCode)
+{
+    ProcessObjectC* object = processObject(process);
+    return object != nullptr && object->terminate(exitCode);
+}
+
+SnapshotResultE snapshotProcesses(std::vector<ProcessEntryT>& processes)
+{
+    processes.clear();
+    if (sim::root().empty()) {
+        setLastError(kErrorPathNotFound);
+        return SnapshotResultE::SnapshotFailed;
+    }
+    processes = systemProcesses();
+    if (processes.empty()) {
+        setLastError(kErrorNoMoreFiles);
+        return SnapshotResultE::FirstFailed;
+    }
+    return SnapshotResultE::Ok;
+}
+
+bool getUserName(std::wstring& name)
+{
+    if (sim::root().empty()) {
+        setLastError(kErrorPathNotFound);
+        return false;
+    }
+    name = widen(readFirstLine(simFile("session/user"), "SYSTEM"));
+    return true;
+}
+
+bool queryUserToken(std::uint32_t sessionId, UniqueHandle& token)
+{
+    // A user is logged on in a session where Winlogon runs.
+    for (const auto& process : systemProcesses()) {
+        if (process.sessionId == sessionId && process.exeFile == L"winlogon.exe") {
+            token = newToken(sessionId);
+            return true;
+        }
+    }
+    setLastError(kErrorNoToken);
+    return false;
+}
+
+bool openProcessTokenForSession(std::uint32_t processId, UniqueHandle& token)
+{
+    for (const auto& process : systemProcesses()) {
+        if (process.processId == processId) {
+            token = newToken(process.sessionId);
+            return true;
+        }
+    }
+    setLastError(kErrorInvalidParameter);
+    return false;
+}
+
+bool lookupPrivilege(const std::wstring& name, std::uint64_t& luid)
+{
+    static const std::pair<const wchar_t*, std::uint64_t> kKnown[] = {{L"SeSystemtimePrivilege", 12},
+                                                                      {L"SeShutdownPrivilege", 19},
+                                                                      {L"SeDebugPrivilege", 20},
+                                                                      {L"SeTimeZonePrivilege", 34}};
+    for (const auto& known : kKnown) {
+        if (name == known.first) {
+            luid = known.second;
+            return true;
+        }
+    }
+    setLastError(kErrorNoSuchPrivilege);
+    return false;
+}
+
+bool duplicatePrimaryToken(HandleValue token, UniqueHandle& duplicate)
+{
+    TokenObjectC* object = tokenObject(token);
+    if (object == nullptr) return false;
+    duplicate = newToken(object->sessionId);
+    return true;
+}
+
+bool setTokenSessionId(HandleValue token, std::uint32_t sessionId)
+{
+    TokenObjectC* object = tokenObject(token);
+    if (object == nullptr) return false;
+    object->sessionId = sessionId;
+    return true;
+}
+
+bool enableTokenPrivilege(HandleValue token, std::uint64_t)
+{
+    if (tokenObject(token) == nullptr) return false;
+    // The simulated system grants its tokens every privilege.
+    setLastError(kErrorSuccess);
+    return true;
+}
+
+bool openOwnProcessToken(UniqueHandle& token)
+{
+    token = newToken(0);
+    return true;
+}
+
+EnvironmentBlockC::~EnvironmentBlockC()
+{
+    delete static_cast<char*>(m_block);
+}
+
+bool EnvironmentBlockC::create(HandleValue token, bool)
+{
+    delete static_cast<char*>(m_block);
+    m_block = nullptr;
+    if (tokenObject(token) == nullptr) return false;
+    // The children of the simulated system inherit this process's environment; the block only marks that
+    // one was made.
+    m_block = new char('\0');
+    return true;
+}
+
+bool createProcessAsUser(HandleValue token, const std::wstring& application, const std::wstring& commandLine,
+                         std::uint32_t, const EnvironmentBlockC&, const StartupInfoT&, ProcessInformationT& started)
+{
+    if (tokenObject(token) == nullptr) return false;
+    return spawn(application, commandLine, started);
+}
+
+bool getComputerName(ComputerNameE format, std::wstring& name)
+{
+    if (sim::root().empty()) {
+        setLastError(kErrorPathNotFound);
+        return false;
+    }
+    std::wstring current = widen(readFirstLine(simFile("computer/name"), "ZENTOR-1000001"));
+    if (format == ComputerNameE::NetBios || format == ComputerNameE::PhysicalNetBios) {
+        current = current.substr(0, 15);
+        std::transform(current.begin(), current.end(), current.begin(),
+                       [](wchar_t c) { return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - 32) : c; });
+    }
+    name = current;
+    return true;
+}
+
+bool setComputerName(ComputerNameE format, const std::wstring& name)
+{
+    const bool netBios = format == ComputerNameE::PhysicalNetBios;
+    if (format != ComputerNameE::PhysicalNetBios && format != ComputerNameE::PhysicalDnsHostname) {
+        setLastError(kErrorInvalidParameter);
+        return false;
+    }
+    if (!validComputerName(name, netBios ? 15 : 63)) {
+        setLastError(netBios ? kErrorInvalidComputerName : kErrorInvalidParameter);
+        return false;
+    }
+    // Like Windows, the new name is the one of the next boot.
+    if (!writeFile(simFile(netBios ? "computer/pending-netbios" : "computer/pending-dns"),
+                   narrow(name).value_or(std::string()) + "\n")) {
+        setLastError(kErrorAccessDenied);
+        return false;
+    }
+    return true;
+}
+
+bool initiateSystemShutdown(std::uint32_t timeoutSeconds, bool forceAppsClosed, bool reboot, std::uint32_t reason)
+{
+    char record[128];
+    std::snprintf(record, sizeof record, "force=%d timeout=%u reboot=%d reason=0x%08X\n", forceAppsClosed ? 1 : 0,
+                  timeoutSeconds, reboot ? 1 : 0, reason);
+    if (!writeFile(simFile("power/shutdown"), record)) {
+        setLastError(kErrorAccessDenied);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace platform

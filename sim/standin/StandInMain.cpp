@@ -1,0 +1,156 @@
+// halvern-standin: the Windows programs that Halvern starts, as the simulated instrument has them. The sim
+// root holds one small launcher per program path that runs this program with the program's role:
+//
+//   console, backend      run until ended
+//   diagnostics           serves "\\.\pipe\DiagnosticsServiceProcessManagement" and ends after a request
+//   frontend              listens to SEP; answers the shutdown notification with command 1055 as told
+//   touch-calibration,
+//   voltage-calibration   end at once
+//   ssh                   halts the simulated sensor board (never a network connection)
+//
+// What a role does is set in $HALVERN_ROOT/sim/apps/<role> ("key=value" lines): "exit-after-ms" (after the
+// start, or for the frontend after the shutdown notification; "never" to run until ended) and, for the
+// frontend, "shutdown-answer" ("none", "not-started", "started"; by default it answers "started" and ends
+// 300 ms after the notification). Every start and end is appended to
+// $HALVERN_ROOT/sim/apps/log.
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "client/SepClientC.h"
+#include "platform/NamedPipe.h"
+#include "platform/sim/SimRoot.h"
+
+namespace {
+
+std::string g_role;
+
+std::map<std::string, std::string> readSettings(const std::string& role)
+{
+    std::map<std::string, std::string> settings;
+    std::ifstream in(platform::sim::root() + "/sim/apps/" + role);
+    std::string line;
+    while (std::getline(in, line)) {
+        const auto equals = line.find('=');
+        if (equals != std::string::npos) settings[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+    return settings;
+}
+
+void record(const std::string& text)
+{
+    platform::sim::makeDirectories(platform::sim::root() + "/sim/apps");
+    std::ofstream out(platform::sim::root() + "/sim/apps/log", std::ios::app);
+    out << g_role << " " << text << "\n";
+}
+
+// -1: never.
+long exitAfterMs(const std::map<std::string, std::string>& settings, long fallback)
+{
+    auto it = settings.find("exit-after-ms");
+    if (it == settings.end()) return fallback;
+    if (it->second == "never") return -1;
+    return std::strtol(it->second.c_str(), nullptr, 10);
+}
+
+int finish(int code)
+{
+    record("exited " + std::to_string(code));
+    return code;
+}
+
+int runUntil(long milliseconds)
+{
+    if (milliseconds < 0) {
+        for (;;)
+            pause();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    return finish(0);
+}
+
+int runDiagnostics()
+{
+    platform::UniqueHandle pipe = platform::createPipeServer(L"\\\\.\\pipe\\DiagnosticsServiceProcessManagement");
+    if (!pipe || !platform::connectPipeClient(pipe.get())) return finish(1);
+    unsigned char request[64] = {};
+    std::uint32_t received = 0;
+    if (platform::readPipe(pipe.get(), request, sizeof request, received)) {
+        record("shutdown requested");
+        const char reply[] = "OK";
+        platform::writePipe(pipe.get(), reply, sizeof reply);
+    }
+    return finish(0);
+}
+
+std::uint16_t sepPort()
+{
+    std::ifstream in(platform::sim::root() + "/sim/sep/55557");
+    unsigned port = 55557;
+    in >> port;
+    return static_cast<std::uint16_t>(port);
+}
+
+int runFrontend(const std::map<std::string, std::string>& settings)
+{
+    // By default it behaves as the real frontend does: it starts its own shutdown and ends soon after.
+    const std::string answer = settings.count("shutdown-answer") ? settings.at("shutdown-answer") : "started";
+    const long exitAfter = exitAfterMs(settings, 300);
+    SEP::SepClientC client;
+    for (int attempt = 0; attempt < 100 && !client.connect("127.0.0.1", sepPort()); ++attempt)
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    for (;;) {
+        std::vector<std::uint8_t> frame;
+        if (!client.receiveFrame(frame, 1000)) {
+            if (client.closed()) return runUntil(-1);
+            continue;
+        }
+        SEP::DecodedFrameT event;
+        if (!SEP::decodeFrame(frame, event) || event.kind != SEP::MESSAGE_KIND_EVENT || event.messageId != 1003)
+            continue;
+        record("shutdown notified");
+        if (answer == "not-started" || answer == "started") {
+            const bool start = answer == "started";
+            client.sendBytes(SEP::encodeFrame(SEP::CodingE::Binary, 1055, SEP::MESSAGE_KIND_COMMAND, {}, {},
+                                              [start](SEP::DataWriterI& w) { return w.writeBool(start); }));
+            record(std::string("answered ") + answer);
+        }
+        return runUntil(exitAfter);
+    }
+}
+
+int runSsh(int argc, char** argv, const std::map<std::string, std::string>& settings)
+{
+    std::string arguments;
+    for (int i = 2; i < argc; ++i)
+        arguments += std::string(i > 2 ? " " : "") + argv[i];
+    record("arguments " + arguments);
+    if (exitAfterMs(settings, 0) < 0) return runUntil(-1);
+    platform::sim::makeDirectories(platform::sim::root() + "/sim/sensorboard");
+    std::ofstream(platform::sim::root() + "/sim/sensorboard/halted") << arguments << "\n";
+    return runUntil(exitAfterMs(settings, 0));
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 2 || platform::sim::root().empty()) return 2;
+    // A stand-in never outlives the program that started it, so no test or demo leaves one behind.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    g_role = argv[1];
+    const auto settings = readSettings(g_role);
+    record("started");
+    if (g_role == "diagnostics") return runDiagnostics();
+    if (g_role == "frontend") return runFrontend(settings);
+    if (g_role == "ssh") return runSsh(argc, argv, settings);
+    if (g_role == "console" || g_role == "backend") return runUntil(exitAfterMs(settings, -1));
+    return runUntil(exitAfterMs(settings, 0));
+}

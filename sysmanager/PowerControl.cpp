@@ -1,0 +1,95 @@
+// The power cycle of the whole instrument: the sensor board's Linux is halted over SSH, the remote
+// clients are told, and Windows is shut down. Whether the instrument then restarts is the power
+// controller's business, which the shutdown sequence has already told.
+#include "app/Log.h"
+#include "platform/Clock.h"
+#include "platform/Sync.h"
+#include "platform/WinError.h"
+#include "sep/server/HalvernSepImpl.h"
+#include "sysmanager/SysManagerC.h"
+
+namespace {
+
+const wchar_t* const kSshClient = L"C:\\Program Files\\OpenSSH\\ssh.exe";
+constexpr std::uint32_t kSshExitWaitMs = 1500;
+constexpr std::uint32_t kPlannedShutdownReason = 0x80000000u;
+
+int lastErrorNumber()
+{
+    return static_cast<int>(platform::lastError());
+}
+
+}  // namespace
+
+void SysManagerC::SetSensorBoardAddress(const std::string& address)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_sensorBoardAddress = address;
+}
+
+std::string SysManagerC::GetSensorBoardAddress() const
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    return m_sensorBoardAddress;
+}
+
+bool SysManagerC::RequestSensorboardHalt()
+{
+    const char* tag = "SysManagerC::RequestSensorboardHalt";
+    // The leading blank is part of the command line: the executable is named separately.
+    const std::string address = GetSensorBoardAddress();
+    const std::wstring commandLine = L" root@" + std::wstring(address.begin(), address.end()) + L" init 0";
+    platform::ProcessInformationT ssh;
+    if (!CreateChildProcess(kSshClient, commandLine, platform::kCreateNoWindow, platform::StartupInfoT{}, &ssh,
+                            false)) {
+        WriteLog("[%s] [ERROR]: Failed to spin SSH process to halt MORA board, ERROR(%d)", tag, lastErrorNumber());
+        return false;
+    }
+    platform::sleepMs(0);
+    std::uint32_t exitCode = 0;
+    platform::getExitCodeProcess(ssh.process.get(), exitCode);
+    std::uint32_t waited = platform::kWaitObject0;
+    if (exitCode == platform::kStillActive) waited = platform::waitForSingleObject(ssh.process.get(), kSshExitWaitMs);
+    if (waited != platform::kWaitObject0) {
+        WriteLog("[%s] [ERROR]: Waiting for SSH Process exit failed ERROR(%d)", tag, lastErrorNumber());
+        platform::terminateProcess(ssh.process.get(), exitCode);
+        return false;
+    }
+    WriteLog("[%s]: SSH Process Succesfully finished", tag);
+    return true;
+}
+
+bool SysManagerC::PowerCycleScannerDevice()
+{
+    const char* tag = "SysManagerC::PowerCycleScannerDevice";
+    const std::int32_t type = GetApplicationPowerRequestType();
+    if (type != POWER_REQUEST_REBOOT && type != POWER_REQUEST_SHUTDOWN) {
+        WriteLog("[ERROR]: Invalid ApplicationPowerRequestType for power cycle: %d", type);
+        return false;
+    }
+    WriteLog("[%s]: RequestSensorboardHalt", tag);
+    RequestSensorboardHalt();
+
+    platform::UniqueHandle token;
+    if (!platform::openOwnProcessToken(token)) {
+        WriteLog("[%s] [ERROR]: Failed to open Process token (GLE=%d)", tag, lastErrorNumber());
+        return false;
+    }
+    std::uint64_t shutdownPrivilege = 0;
+    platform::setLastError(0);
+    if (platform::lookupPrivilege(L"SeShutdownPrivilege", shutdownPrivilege))
+        platform::enableTokenPrivilege(token.get(), shutdownPrivilege);
+    if (platform::lastError() != 0) {
+        WriteLog("[%s] [ERROR]: Failed to adjust token Privileges (GLE=%d)", tag, lastErrorNumber());
+        return false;
+    }
+    const std::uint32_t timeout = GetPowerRequestTimeout();
+    HalvernSepImpl::raiseShutdownNotif(timeout * 1000);
+    // Windows is always shut down, never rebooted: the power controller restarts the instrument.
+    if (!platform::initiateSystemShutdown(timeout, GetPowerRequestForce(), false, kPlannedShutdownReason)) {
+        WriteLog("[%s] [ERROR]: Failed to initiate Power cycle on VANT, ERROR(%d)", tag, lastErrorNumber());
+        return false;
+    }
+    WriteLog("[%s]: System Shutdown initiated successfully ", tag);
+    return true;
+}

@@ -1,0 +1,215 @@
+// The instrument's applications on the simulated instrument: real child processes (the stand-ins of the
+// sim root) started in order, ended in order, and the power cycle that halts the sensor board and shuts
+// Windows down.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <thread>
+
+#include "platform/sim/SimRoot.h"
+#include "sim/standin/StandInInstall.h"
+#include "support/TestEnvironment.h"
+#include "sysmanager/SysManagerC.h"
+
+namespace halvern::test {
+namespace {
+
+std::string simFile(const std::string& relative)
+{
+    return platform::sim::root() + "/sim/" + relative;
+}
+
+void writeSimFile(const std::string& relative, const std::string& text)
+{
+    const std::string path = simFile(relative);
+    platform::sim::makeDirectories(path.substr(0, path.rfind('/')));
+    std::ofstream(path, std::ios::trunc) << text;
+}
+
+std::vector<std::string> linesOf(const std::string& relative)
+{
+    std::vector<std::string> lines;
+    std::ifstream in(simFile(relative));
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+bool contains(const std::vector<std::string>& lines, const std::string& line)
+{
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+bool anyStartsWith(const std::vector<std::string>& lines, const std::string& prefix)
+{
+    return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) { return line.rfind(prefix, 0) == 0; });
+}
+
+// The stand-ins record their starts themselves, a moment after they were started.
+bool waitForLine(const std::string& relative, const std::string& line)
+{
+    for (int wait = 0; wait < 500; ++wait) {
+        if (contains(linesOf(relative), line)) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+}
+
+class ApplicationsTest : public InstrumentTest {
+protected:
+    void SetUp() override
+    {
+        InstrumentTest::SetUp();
+        std::string error;
+        ASSERT_TRUE(sim::installStandIns(platform::sim::root(), HALVERN_STANDIN_PROGRAM, error)) << error;
+        manager = SysManagerC::Instance();
+        manager->SetBackendToFrontendDelay(0);
+        manager->SetSensorBoardAddress("127.0.0.1");
+    }
+    void TearDown() override
+    {
+        // Nothing started here may outlive the test.
+        manager->RequestComApplicationExit();
+        SysManagerC::DestroyInstance();
+        InstrumentTest::TearDown();
+    }
+
+    SysManagerC* manager = nullptr;
+};
+
+TEST_F(ApplicationsTest, TheInstrumentNameDecidesWhetherTheFrontendStarts)
+{
+    const struct {
+        const char* name;
+        bool set;
+    } names[] = {{"ZENTOR-1000000", false},
+                 {"ZENTOR-1000001", true},
+                 {"zentor-2000000", true},
+                 {"SCANNER-5000000", false},
+                 {"ZENTOR-", false}};
+    for (const auto& name : names) {
+        writeSimFile("computer/name", std::string(name.name) + "\n");
+        EXPECT_EQ(manager->IsInstrumentNameSet(), name.set) << name.name;
+    }
+
+    writeSimFile("computer/name", "ZENTOR-1000000\n");
+    ASSERT_TRUE(manager->StartComApplication());
+    EXPECT_NE(findMessage(logMessages(),
+                          "[SysManagerC::StartComApplication]: Instrument name is set to default one, "
+                          "Zentor Frontend is not started"),
+              -1);
+    EXPECT_FALSE(manager->IsZentorApplicationRunning());
+    EXPECT_TRUE(waitForLine("apps/log", "backend started")) << "the backend keeps running";
+    EXPECT_FALSE(contains(linesOf("apps/log"), "frontend started"));
+}
+
+TEST_F(ApplicationsTest, ApplicationsStartInOrderAndEndInOrderWithTheStubbornTerminated)
+{
+    writeSimFile("computer/name", "ZENTOR-1000001\n");
+    ASSERT_TRUE(manager->StartComApplication());
+    EXPECT_TRUE(manager->IsZentorApplicationRunning());
+    auto messages = logMessages();
+    EXPECT_NE(findMessage(messages,
+                          "[SysManagerC::CreateChildProcess]: WinLogon process found, session id = 1, "
+                          "PID = 264"),
+              -1)
+        << "Halvern runs as SYSTEM and starts the applications in the user's session";
+
+    ASSERT_TRUE(manager->RequestComApplicationExit());
+    messages = logMessages();
+    const char* tag = "[SysManagerC::RequestComApplicationExit]: ";
+    // The backend, frontend and console ignore their close and are terminated; the diagnostics service
+    // ends on its request.
+    int terminated = 0;
+    for (const auto& message : messages)
+        if (message.rfind("[SysManagerC::VerifyAndCloseProcess] [ERROR]: Waiting for Process [0x", 0) == 0)
+            ++terminated;
+    EXPECT_EQ(terminated, 3);
+    EXPECT_TRUE(containsInOrder(
+        messages, {std::string(tag) + "Closing Zentor Backend", std::string(tag) + "Closing Zentor Frontend",
+                   std::string(tag) + "Closing Zentor Diagnostics",
+                   "[SysManagerC::ShutdownDiagnosticsService] got 3 bytes from "
+                   "\\\\.\\pipe\\DiagnosticsServiceProcessManagement",
+                   "[SysManagerC::VerifyAndCloseProcess]: Process finished Succesfully",
+                   std::string(tag) + "Closing Zentor DummyConsole"}));
+    EXPECT_TRUE(waitForLine("apps/log", "diagnostics shutdown requested"));
+    EXPECT_FALSE(manager->IsZentorApplicationRunning());
+}
+
+TEST_F(ApplicationsTest, StartDisabledStartsNothingAndAUserAccountSkipsTheWinlogonSearch)
+{
+    manager->SetAllowMxApplicationStartup(false);
+    EXPECT_TRUE(manager->StartComApplication());
+    EXPECT_TRUE(linesOf("apps/log").empty());
+
+    manager->SetAllowMxApplicationStartup(true);
+    writeSimFile("session/user", "Operator\n");
+    platform::ProcessInformationT console;
+    ASSERT_TRUE(manager->CreateChildProcess(L"c:\\windows\\system32\\cmd.exe", {}, platform::kCreateNoWindow,
+                                            platform::StartupInfoT{}, &console, false));
+    EXPECT_FALSE(manager->VerifyAndCloseProcess(&console)) << "the console runs until it is ended";
+    const auto messages = logMessages();
+    EXPECT_NE(findMessage(messages, "[SysManagerC::IsRunnigFromUserAccount]: Current User Name: [Operator]"), -1);
+    EXPECT_NE(findMessage(messages, "[SysManagerC::CreateChildProcess]: Application started as a User"), -1);
+    for (const auto& message : messages)
+        EXPECT_EQ(message.find("WinLogon"), std::string::npos) << message;
+}
+
+TEST_F(ApplicationsTest, WithoutAUserSessionTheDiagnosticsServiceCannotStartAndTheSequenceStops)
+{
+    writeSimFile("session/processes", "4 0 System\n700 0 winlogon.exe\n");
+    EXPECT_FALSE(manager->StartComApplication());
+    const auto messages = logMessages();
+    const int notFound = findMessage(messages, "[SysManagerC::CreateChildProcess] [ERROR]: WinLogon was not found!");
+    ASSERT_NE(notFound, -1);
+    EXPECT_TRUE(anyStartsWith({messages.begin() + notFound, messages.end()},
+                              "[SysManagerC::StartComApplication] [ERROR]: Failed to start DiagnosticsService.exe, "
+                              "ERROR("));
+    EXPECT_TRUE(linesOf("apps/log").empty()) << "nothing started, the backend not tried";
+}
+
+TEST_F(ApplicationsTest, APowerCycleHaltsTheSensorBoardAndShutsWindowsDownWithoutReboot)
+{
+    manager->ConfigurePowerCycleRequest(POWER_REQUEST_REBOOT, true, 5);
+    ASSERT_TRUE(manager->PowerCycleScannerDevice());
+    EXPECT_EQ(linesOf("sensorboard/halted"), std::vector<std::string>{"root@127.0.0.1 init 0"});
+    EXPECT_EQ(linesOf("power/shutdown"), std::vector<std::string>{"force=1 timeout=5 reboot=0 reason=0x80000000"});
+    EXPECT_TRUE(
+        containsInOrder(logMessages(), {"[SysManagerC::PowerCycleScannerDevice]: RequestSensorboardHalt",
+                                        "[SysManagerC::RequestSensorboardHalt]: SSH Process Succesfully finished",
+                                        "[SysManagerC::PowerCycleScannerDevice]: System Shutdown initiated "
+                                        "successfully "}));
+}
+
+TEST_F(ApplicationsTest, OnlyRebootAndShutdownArePowerCycles)
+{
+    for (std::int32_t type : {0, 3}) {
+        manager->ConfigurePowerCycleRequest(type, true, 0);
+        EXPECT_FALSE(manager->PowerCycleScannerDevice());
+        EXPECT_NE(findMessage(logMessages(),
+                              "[ERROR]: Invalid ApplicationPowerRequestType for power cycle: " + std::to_string(type)),
+                  -1);
+    }
+    EXPECT_TRUE(linesOf("apps/log").empty()) << "no ssh";
+    EXPECT_TRUE(linesOf("power/shutdown").empty());
+}
+
+TEST_F(ApplicationsTest, AHangingSshIsEndedAfterItsWaitAndWindowsStillShutsDown)
+{
+    ScriptedClockC clock;
+    platform::setClock(&clock);
+    writeSimFile("apps/ssh", "exit-after-ms=never\n");
+    manager->ConfigurePowerCycleRequest(POWER_REQUEST_SHUTDOWN, true, 0);
+    const std::uint64_t start = clock.tickCount64();
+    EXPECT_TRUE(manager->PowerCycleScannerDevice());
+    EXPECT_GE(clock.tickCount64() - start, 1500u);
+    EXPECT_TRUE(anyStartsWith(logMessages(),
+                              "[SysManagerC::RequestSensorboardHalt] [ERROR]: Waiting for SSH Process "
+                              "exit failed ERROR("));
+    EXPECT_EQ(linesOf("power/shutdown"), std::vector<std::string>{"force=1 timeout=0 reboot=0 reason=0x80000000"});
+}
+
+}  // namespace
+}  // namespace halvern::test
