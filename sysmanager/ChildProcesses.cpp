@@ -9,6 +9,7 @@
 #include "platform/Sync.h"
 #include "platform/Text.h"
 #include "platform/WinError.h"
+#include "platform/Window.h"
 #include "sysmanager/SysManagerC.h"
 
 namespace {
@@ -301,4 +302,12 @@ bool SysManagerC::SetInstrumentName(const std::wstring& name)
     else
         WriteLog("[%s] [ERROR]: Failed to apply UWF configuration [0x%X]", tag, result);
     return renamed;
+}
+
+bool SysManagerC::ShowDesktop()
+{
+    // The taskbar's "minimise all" command.
+    constexpr platform::WParam kMinimiseAll = 419;
+    const platform::WindowHandle taskbar = platform::findWindow(L"Shell_TrayWnd");
+    return taskbar && platform::postMessage(taskbar, platform::wm::Command, kMinimiseAll, 0);
 }

@@ -69,6 +69,8 @@ public:
     // True once the computer carries a real instrument name (factory names have numbers up to 1000000).
     bool IsInstrumentNameSet();
     bool SetInstrumentName(const std::wstring& name);
+    // Minimises every window of the user's desktop through the shell's taskbar.
+    bool ShowDesktop();
     // Write-filter configuration of the device modes; 0 on success, else the failure code.
     std::uint32_t ConfigureUnifiedWriteFilter();
 

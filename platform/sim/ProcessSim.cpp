@@ -64,6 +64,8 @@ bool writeFile(const std::string& path, const std::string& text)
 class ProcessObjectC final : public sim::SimObjectC {
 public:
     explicit ProcessObjectC(pid_t pid) : m_pid(pid) {}
+    // Closing the handle leaves the program running, as on Windows; one that has ended is collected.
+    ~ProcessObjectC() override { reap(false); }
 
     bool exitCode(std::uint32_t& code)
     {

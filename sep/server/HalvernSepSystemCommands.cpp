@@ -1,5 +1,8 @@
-// Commands of the system manager: API level, the power cycle requests and the application's shutdown answer.
+// Commands of the system manager: API level, the power cycle requests, the application's shutdown answer,
+// the instrument name, the calibration applications and the desktop.
 #include "app/Log.h"
+#include "platform/Process.h"
+#include "platform/Text.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sep/server/HalvernSepRecords.h"
@@ -63,6 +66,79 @@ void handleShutdownState(SEP::ReceivedCommandC& command)
     HalvernSepImpl::SendSuccess(command, nullptr);
 }
 
+void handleNameGet(SEP::ReceivedCommandC& command)
+{
+    REC::InstrumentNameCfg reply;
+    std::wstring name;
+    if (platform::getComputerName(platform::ComputerNameE::DnsHostname, name)) {
+        const std::string narrowName = platform::narrow(name).value_or(std::string());
+        narrowName.copy(reply.name, sizeof reply.name - 1);
+    }
+    HalvernSepImpl::SendSuccess(command, &reply);
+}
+
+// A name Windows takes for both the DNS host name and the NetBIOS name: letters, digits and hyphens,
+// at most 15 characters, not only digits, no hyphen at either end.
+bool isValidInstrumentName(const std::string& name)
+{
+    if (name.empty() || name.size() > 15 || name.front() == '-' || name.back() == '-') return false;
+    bool letter = false;
+    for (char c : name) {
+        const bool alpha = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+        if (!alpha && !(c >= '0' && c <= '9') && c != '-') return false;
+        letter = letter || alpha || c == '-';
+    }
+    return letter;
+}
+
+void handleNameSet(SEP::ReceivedCommandC& command)
+{
+    REC::InstrumentNameCfg request;
+    if (!HalvernSepImpl::DecodeRequest(command, request, {"new name"})) return;
+    const std::string name(request.name);
+    if (!isValidInstrumentName(name) || !SysManagerC::Instance()->SetInstrumentName(platform::widen(name))) {
+        WriteLog("Invalid set of the instrument's name.");
+        HalvernSepImpl::SendText(command, "Invalid set of the instrument's name.");
+        return;
+    }
+    HalvernSepImpl::SendSuccess(command, nullptr);
+}
+
+// The calibration applications show their own screens: they run on the interactive desktop.
+void startCalibration(SEP::ReceivedCommandC& command, const char* line, const wchar_t* application, const char* failure)
+{
+    WriteLog("%s", line);
+    platform::ProcessInformationT started;
+    if (!SysManagerC::Instance()->CreateChildProcess(application, {}, 0, platform::StartupInfoT{}, &started, true)) {
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, failure);
+        return;
+    }
+    HalvernSepImpl::SendSuccess(command, nullptr);
+}
+
+void handleTouchCalibration(SEP::ReceivedCommandC& command)
+{
+    startCalibration(command, "Received request to start calibration of the touch screen.",
+                     L"D:\\ZentorTools\\TouchCalibrationApp.exe", "Touch Calibration Application Startup");
+}
+
+void handleVoltageCalibration(SEP::ReceivedCommandC& command)
+{
+    startCalibration(command, "Received request to start the screen voltage calibration application.",
+                     L"D:\\ZentorTools\\ScreenVoltageCalibrationApp.exe",
+                     "Screen Voltage Calibration Application Startup");
+}
+
+void handleShowDesktop(SEP::ReceivedCommandC& command)
+{
+    WriteLog("Received request to show desktop.");
+    if (!SysManagerC::Instance()->ShowDesktop()) {
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, "show desktop");
+        return;
+    }
+    HalvernSepImpl::SendSuccess(command, nullptr);
+}
+
 }  // namespace
 
 std::vector<HandlerEntryT> systemHandlers()
@@ -70,6 +146,11 @@ std::vector<HandlerEntryT> systemHandlers()
     return {
         {1001, handleApiLevel},
         {1008, handlePowerCycle},
+        {1013, handleTouchCalibration},
+        {1020, handleNameGet},
+        {1021, handleNameSet},
+        {1028, handleShowDesktop},
+        {1042, handleVoltageCalibration},
         {1027, handlePowerCycle},
         {1055, handleShutdownState},
     };
