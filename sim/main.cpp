@@ -13,15 +13,17 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <vector>
 
+#include "platform/Text.h"
 #include "platform/sim/SimRoot.h"
 #include "sim/ControlServer.h"
 #include "sim/SimRootLayout.h"
-#include "sim/standin/StandInInstall.h"
 #include "sim/efi/EfiControlCommands.h"
 #include "sim/i2c/I2cControlCommands.h"
+#include "sim/standin/StandInInstall.h"
 
 namespace {
 
@@ -39,6 +41,20 @@ std::string besideThisProgram(const char* name)
     if (length <= 0) return name;
     std::string dir(self, static_cast<std::size_t>(length));
     return dir.substr(0, dir.find_last_of('/') + 1) + name;
+}
+
+// What a person watching the instrument saw at the end: the power LED's steps and whether Windows was
+// shut down.
+void reportPowerState(const std::string& root, halvern::sim::EfiControllerModelC& efiModel)
+{
+    std::string steps;
+    for (const auto& leds : efiModel.ledHistory())
+        steps += " " + platform::narrow(leds).value_or("?");
+    std::printf("halvern-sim: power LED steps:%s\n", steps.empty() ? " none" : steps.c_str());
+    std::ifstream shutdown(root + "/sim/power/shutdown");
+    std::string record;
+    if (std::getline(shutdown, record))
+        std::printf("halvern-sim: the instrument is off (shutdown %s)\n", record.c_str());
 }
 
 int runControlClient(std::string root, const std::vector<std::string>& words)
@@ -173,6 +189,7 @@ int main(int argc, char** argv)
         }
     }
     const int exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    reportPowerState(root, efiModel);
     std::printf("halvern-sim: Halvern exited with code %d; log %s\n", exitCode,
                 halvern::sim::logFilePath(root).c_str());
     return exitCode;

@@ -106,6 +106,7 @@ std::wstring EfiControllerModelC::answerLocked(const std::wstring& request)
     if (head == L"LED" && parts.size() == 4 && kLedModes.count(parts[1]) != 0 && kLedModes.count(parts[2]) != 0 &&
         kLedModes.count(parts[3]) != 0) {
         m_leds = parts[1] + L":" + parts[2] + L":" + parts[3];
+        m_ledHistory.push_back(m_leds);
         return kOk;
     }
     if (head == L"BAT" && parts.size() == 3 && (parts[1] == L"L" || parts[1] == L"H")) {
@@ -205,6 +206,12 @@ std::wstring EfiControllerModelC::leds()
 {
     std::lock_guard<std::mutex> guard(m_lock);
     return m_leds;
+}
+
+std::vector<std::wstring> EfiControllerModelC::ledHistory()
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    return m_ledHistory;
 }
 
 std::int32_t EfiControllerModelC::statusControl(const std::wstring& keyword)

@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace halvern::sim {
 
@@ -50,6 +51,8 @@ public:
     // A one-line account of the state, for the control interface.
     std::string describe();
     std::wstring leds();
+    // Every LED setting the controller was given, oldest first ("RED:GREEN:BLUE").
+    std::vector<std::wstring> ledHistory();
     std::int32_t statusControl(const std::wstring& keyword);
 
 private:
@@ -61,6 +64,7 @@ private:
     std::map<std::wstring, std::int32_t> m_statusControl;
     std::map<int, std::int32_t> m_batteryRegisters;
     std::wstring m_leds = L"OFF:ON:OFF";
+    std::vector<std::wstring> m_ledHistory;
     EfiHwStatusState m_hwStatus;
 };
 

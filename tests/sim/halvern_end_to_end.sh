@@ -104,6 +104,30 @@ in_order "++WM_EFI_NOTIFICATION : Notification 1 received" "++WM_EFI_NOTIFICATIO
 grep -qx "force=1 timeout=0 reboot=0 reason=0x80000000" "$root/sim/power/shutdown" || fail "no shutdown recorded"
 [ -f "$root/sim/sensorboard/halted" ] || fail "the sensor board was not halted"
 grep -qx "frontend exited 0" "$root/sim/apps/log" || fail "the frontend did not end by itself"
+grep -qxF "halvern-sim: power LED steps: OFF:OFF:OFF ON:OFF:OFF OFF:OFF:OFF BLINK:OFF:OFF" "$work/button.out" ||
+    fail "the power LED did not go red, then blinking red"
+
+# --- a remote reboot request: the same power-off, with the controller asked to restart ---
+root=$work/reboot
+log=$root/D/logs/Halvern.log
+"$halvern_sim" --root "$root" > "$work/reboot.out" 2>&1 &
+sim_pid=$!
+pids+=("$sim_pid")
+wait_for_line "Sucessufully launched Zentor Application"
+halvernctl=$(dirname "$halvern")/halvernctl
+"$halvernctl" --port "$(cat "$root/sim/sep/55557")" send 1027 i32:2 bool:1 i32:0 > /dev/null ||
+    fail "the reboot request was not answered"
+set +e
+wait "$sim_pid"
+code=$?
+set -e
+[ "$code" -eq 0 ] || fail "halvern-sim ended with $code after the reboot request"
+in_order "Received power cycle request in standard mode." "Configured power cycle request: 1, force: 1, timeout: 0" \
+    "++ WM_CLOSE received" "Request Zentor Application Exit" "Initiate Reboot sequence" "Set power LED to blinking RED" \
+    "[SysManagerC::PowerCycleScannerDevice]: System Shutdown initiated successfully "
+grep -qx "force=1 timeout=0 reboot=0 reason=0x80000000" "$root/sim/power/shutdown" || fail "Windows was not shut down"
+grep -qxF "halvern-sim: power LED steps: OFF:OFF:OFF BLINK:OFF:OFF" "$work/reboot.out" ||
+    fail "the power LED did not blink red for the reboot"
 
 # --- the bare program on a sim root, ended by SIGINT, with -noupdate ---
 root=$work/bare
