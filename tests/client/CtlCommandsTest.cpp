@@ -2,6 +2,8 @@
 // reaches Halvern, what comes back, and what is refused before anything is sent.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <set>
 #include <sstream>
 
@@ -9,6 +11,8 @@
 #include "client/CtlTestSupport.h"
 #include "client/DateTimeText.h"
 #include "sep/SepCommandTestSupport.h"
+#include "sep/server/HalvernSepImpl.h"
+#include "sep/server/HalvernSepRecords.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/SysManagerC.h"
 
@@ -174,6 +178,72 @@ TEST_F(CtlCommandSetTest, PowerOffAsksForWhatItNamesAndTheApplicationsAnswerIsSt
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_EQ(run.out, "shutdown state answered: start\n");
     EXPECT_EQ(manager->GetAppShutdownAnswer(), APP_SHUTDOWN_STARTED);
+}
+
+// The clocks' records as the time keeping reads them: a C tm's fields with the month from 0 and the year
+// from 1900, and a flag that is set when automatic daylight saving is off.
+class CtlClockTest : public InstrumentTest {
+protected:
+    void SetUp() override
+    {
+        InstrumentTest::SetUp();
+        BSS::NET::NetTcpIpServerCfgT config = HalvernRpc::TcpIpServerChannelSetupC::defaultConfig(0);
+        config.listenAddress = platform::kLoopbackAddress;
+        config.passTimeoutMs = 20;
+        server = std::make_unique<HalvernRpc::TcpIpServerChannelSetupC>(config);
+        auto& channel = server->channel();
+        channel.registerCommandHandler(1019, [this](SEP::ReceivedCommandC& command) {
+            if (HalvernSepImpl::DecodeRequest(command, rtcSet)) HalvernSepImpl::SendSuccess(command, nullptr);
+        });
+        channel.registerCommandHandler(
+            1018, [this](SEP::ReceivedCommandC& command) { HalvernSepImpl::SendSuccess(command, &rtcNow); });
+        channel.registerCommandHandler(1054, [this](SEP::ReceivedCommandC& command) {
+            if (HalvernSepImpl::DecodeRequest(command, timeSet)) HalvernSepImpl::SendSuccess(command, nullptr);
+        });
+        channel.registerCommandHandler(
+            1053, [this](SEP::ReceivedCommandC& command) { HalvernSepImpl::SendSuccess(command, &timeNow); });
+        ASSERT_TRUE(server->start(3600000));
+    }
+    void TearDown() override
+    {
+        server.reset();
+        InstrumentTest::TearDown();
+    }
+    CtlRunT ctl(std::vector<std::string> arguments) { return runCtl(server->port(), std::move(arguments)); }
+
+    std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC> server;
+    Varda::SEP::HALVERN::TimeSpec rtcSet, rtcNow;
+    Varda::SEP::HALVERN::WindowsOsTimeInfo timeSet, timeNow;
+};
+
+TEST_F(CtlClockTest, DatesGoOnTheWireInEachRecordsOwnCountingAndComeBackAsDates)
+{
+    ASSERT_EQ(ctl({"time", "set", "2026-11-23 10:00:05", "--zone", "W. Europe Standard Time"}).exitCode, 0);
+    const std::vector<std::int32_t> tm(std::begin(timeSet.fields), std::end(timeSet.fields));
+    EXPECT_EQ(tm, (std::vector<std::int32_t>{5, 0, 10, 23, 10, 126}));
+    EXPECT_STREQ(timeSet.timeZone, "W. Europe Standard Time");
+    EXPECT_FALSE(timeSet.daylightSaving) << "automatic daylight saving is the default";
+    CtlRunT run = ctl({"time", "set", "2026-11-23 10:00:05", "--zone", "UTC", "--no-dst"});
+    EXPECT_EQ(run.out, "time set to 2026-11-23 10:00:05, zone \"UTC\", daylight saving off\n");
+    EXPECT_TRUE(timeSet.daylightSaving);
+
+    const std::int32_t newYearsEve[6] = {59, 58, 23, 31, 11, 126};
+    std::copy(std::begin(newYearsEve), std::end(newYearsEve), std::begin(timeNow.fields));
+    std::strcpy(timeNow.timeZone, "GMT Standard Time");
+    timeNow.daylightSaving = true;
+    run = ctl({"time", "get"});
+    EXPECT_EQ(run.out, "local time: 2026-12-31 23:58:59\ntime zone: \"GMT Standard Time\"\ndaylight saving: off\n");
+    timeNow.daylightSaving = false;
+    EXPECT_EQ(ctl({"--json", "time", "get"}).json()["automaticDaylightSaving"], true);
+
+    ASSERT_EQ(ctl({"rtc", "set", "2026-11-23 10:00:00"}).exitCode, 0);
+    EXPECT_EQ(rtcSet.year, 2026);
+    EXPECT_EQ(rtcSet.month, 11);
+    EXPECT_EQ(rtcSet.day, 23);
+    EXPECT_EQ(rtcSet.hour, 10);
+    rtcNow = rtcSet;
+    rtcNow.second = 7;
+    EXPECT_EQ(ctl({"rtc", "get"}).out, "RTC time: 2026-11-23 10:00:07\n");
 }
 
 }  // namespace
