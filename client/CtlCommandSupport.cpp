@@ -61,18 +61,6 @@ CLI::Validator onOff()
     return oneOf({{"on", "1"}, {"off", "0"}});
 }
 
-CLI::Validator upTo(std::uint64_t max)
-{
-    return CLI::Validator(
-        [max](std::string& text) -> std::string {
-            if (text.empty() || text.size() > 20 || text.find_first_not_of("0123456789") != std::string::npos)
-                return "not a decimal number: " + text;
-            if (std::stoull(text) > max) return text + " is above " + std::to_string(max);
-            return {};
-        },
-        "0.." + std::to_string(max));
-}
-
 ExchangeResultE doCommand(SepExchangeC& sep, ReportC& report, std::uint16_t id, MAL::UTI::SerializableI* request,
                           const std::string& done)
 {

@@ -30,8 +30,6 @@ using WordsT = std::vector<std::pair<std::string, std::string>>;
 CLI::Validator oneOf(WordsT words);
 // "on"/"off" onto a bool.
 CLI::Validator onOff();
-// Unsigned decimal within [0, max].
-CLI::Validator upTo(std::uint64_t max);
 
 // Copies an argument already checked by fitsBuffer().
 template <std::size_t N>
