@@ -1,6 +1,7 @@
 #pragma once
-// The commands halvernctl knows by name, with the fields of their replies. A command not listed here is
-// still sent by its id; its reply fields are then named on the command line.
+// Every command of the instrument's command table with the halvernctl sub-command that sends it and the
+// fields of its reply record. `send` finds commands here by id or name and reads their replies without
+// --reply.
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -9,15 +10,21 @@ namespace SEP {
 
 struct CommandInfoT {
     std::uint16_t id;
-    std::string name;
-    // Read specs of the reply record after the header ("i32", "str", "bytes:6").
+    // The server's name for the id ("EFI_GET_BAT_STATUS"); empty for the ids it does not name.
+    std::string serverName;
+    // The named sub-command as typed, with the option that selects this id where one sub-command sends
+    // several ("power-off --legacy").
+    std::string subcommand;
+    // Read specs of the reply record after the header ("i32", "str", "bytes:6"), taken from the record.
     std::vector<std::string> replyFields;
 };
 
-std::vector<CommandInfoT>& commandTable();
-// By name or by decimal id; nullptr when neither matches a listed command.
+const std::vector<CommandInfoT>& commandTable();
+// By decimal id, server name (any case) or sub-command as listed; nullptr when none matches.
 const CommandInfoT* findCommand(const std::string& nameOrId);
 // A decimal id or a listed name; false otherwise.
 bool resolveCommandId(const std::string& nameOrId, std::uint16_t& id);
+// What to call the command in printed output: the server's name, else the sub-command.
+std::string commandLabel(const CommandInfoT& command);
 
 }  // namespace SEP

@@ -1,6 +1,7 @@
 #include "client/MessagePrinter.h"
 
 #include "client/CommandTable.h"
+#include "client/EventPrinter.h"
 
 namespace SEP {
 namespace {
@@ -36,8 +37,11 @@ PrintedMessageT printMessage(DecodedFrameT& frame, const std::vector<TypedValueT
 {
     PrintedMessageT printed;
     DataReaderI& reader = *frame.coder;
-    const CommandInfoT* command = findCommand(std::to_string(frame.messageId));
-    const std::string name = command != nullptr ? command->name : "";
+    const CommandInfoT* command =
+        frame.kind == MESSAGE_KIND_EVENT ? nullptr : findCommand(std::to_string(frame.messageId));
+    const std::string name = command != nullptr                 ? commandLabel(*command)
+                             : frame.kind == MESSAGE_KIND_EVENT ? eventName(frame.messageId)
+                                                                : std::string();
     const char* coding = frame.coding == CodingE::Ascii ? "ascii" : "binary";
 
     std::int32_t code = 0, facility = 0;
@@ -59,6 +63,8 @@ PrintedMessageT printMessage(DecodedFrameT& frame, const std::vector<TypedValueT
         fieldsOk = reader.readString(errorText);
     }
     printed.ok = fieldsOk;
+    printed.errorReply = header && !success;
+    printed.errorText = errorText;
 
     std::string& out = printed.text;
     if (json) {

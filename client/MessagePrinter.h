@@ -10,8 +10,10 @@
 namespace SEP {
 
 struct PrintedMessageT {
-    bool ok = false;   // every requested field could be read
-    std::string text;  // what to print
+    bool ok = false;          // every requested field could be read
+    bool errorReply = false;  // the server answered with its error header
+    std::string errorText;    // its text
+    std::string text;         // what to print
 };
 
 // `fieldSpecs` are read specs of the fields after the reply header (success replies only; an error

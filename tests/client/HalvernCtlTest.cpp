@@ -1,6 +1,7 @@
 // halvernctl against a SEP port in the same process: what a service engineer types and what comes back.
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
 
@@ -63,23 +64,26 @@ TEST_F(HalvernCtlTest, SendsTypedParametersAndPrintsTheReplyInBothCodings)
     start();
     EXPECT_EQ(run({"send", "1001", "u32:41", "str:hello world", "--reply", "u32", "str", "f64"}), 0) << err.str();
     EXPECT_EQ(out.str(),
-              "reply 1001 coding binary from - to -\n"
+              "reply 1001 (GET_API_LVL) coding binary from - to -\n"
               "  return code: 1097\n  facility: 10\n  level: 0\n"
               "  field 1 (u32): 42\n  field 2 (str): \"re: hello world\"\n  field 3 (f64): -0.5\n");
 
     EXPECT_EQ(run({"--ascii", "--json", "send", "1001", "u32:1", "str:a\"b", "--reply", "u32", "str"}), 0) << err.str();
     EXPECT_EQ(out.str(),
-              "{\"kind\":\"reply\",\"id\":1001,\"coding\":\"ascii\",\"source\":null,\"destination\":null,"
+              "{\"kind\":\"reply\",\"id\":1001,\"name\":\"GET_API_LVL\",\"coding\":\"ascii\",\"source\":null,"
+              "\"destination\":null,"
               "\"returnCode\":1097,\"facility\":10,\"level\":0,\"fields\":[{\"type\":\"u32\",\"value\":2},"
               "{\"type\":\"str\",\"value\":\"re: a\\\"b\"}]}\n");
 }
 
-TEST_F(HalvernCtlTest, PrintsTheErrorTextOfAFailedCommand)
+TEST_F(HalvernCtlTest, PrintsTheErrorTextOfAFailedCommandAndSaysSoInItsExitCode)
 {
     start();
-    EXPECT_EQ(run({"--json", "send", "1002"}), 0) << err.str();
+    EXPECT_EQ(run({"--json", "send", "1002"}), SEP::CTL_EXIT_ERROR_REPLY);
+    EXPECT_EQ(err.str(), "halvernctl: it \"broke\"\n");
     EXPECT_EQ(out.str(),
-              "{\"kind\":\"reply\",\"id\":1002,\"coding\":\"binary\",\"source\":null,\"destination\":null,"
+              "{\"kind\":\"reply\",\"id\":1002,\"name\":\"WLAN_CFG_SET\",\"coding\":\"binary\",\"source\":null,"
+              "\"destination\":null,"
               "\"returnCode\":889,\"facility\":10,\"level\":1,\"fields\":[],\"error\":\"it \\\"broke\\\"\"}\n");
 }
 
@@ -94,24 +98,49 @@ TEST_F(HalvernCtlTest, RejectsBadParametersBeforeConnectingAndReportsARefusal)
     EXPECT_EQ(err.str(), "halvernctl: connection refused: too many clients or address not in range\n");
 }
 
-TEST_F(HalvernCtlTest, EventsModePrintsPushedEvents)
+TEST_F(HalvernCtlTest, EventsModeNamesTheInstrumentsEventsAndReadsOthersByTheGivenFields)
 {
     start();
-    int exitCode = -1;
-    std::thread listener([&] { exitCode = run({"events", "--count", "2", "--fields", "i32"}); });
-    for (int attempt = 0; attempt < 1000 && server->server().clientCount() == 0; ++attempt)
-        platform::sleepMs(5);
-    for (std::int32_t button : {1, 2})
-        EXPECT_TRUE(server->readerWriter().sendToAll(1000, SEP::MESSAGE_KIND_EVENT, [&](SEP::DataWriterI& w) {
-            return w.writeI32(1097) && w.writeI32(10) && w.writeU16(0) && w.writeI32(button);
+    const auto push = [&](std::uint16_t id, const std::function<bool(SEP::DataWriterI&)>& record) {
+        EXPECT_TRUE(server->readerWriter().sendToAll(id, SEP::MESSAGE_KIND_EVENT, [&](SEP::DataWriterI& w) {
+            return w.writeI32(1097) && w.writeI32(10) && w.writeU16(0) && record(w);
         }));
-    listener.join();
-    EXPECT_EQ(exitCode, 0);
+    };
+    const auto listen = [&](std::vector<std::string> arguments) {
+        int exitCode = -1;
+        std::thread listener([&] { exitCode = run(arguments); });
+        for (int attempt = 0; attempt < 1000 && server->server().clientCount() == 0; ++attempt)
+            platform::sleepMs(5);
+        push(1000, [](SEP::DataWriterI& w) { return w.writeI32(1); });
+        push(1003, [](SEP::DataWriterI& w) { return w.writeU32(16000); });
+        push(1200, [](SEP::DataWriterI& w) { return w.writeI32(7); });
+        listener.join();
+        EXPECT_EQ(exitCode, 0);
+        for (int attempt = 0; attempt < 1000 && server->server().clientCount() != 0; ++attempt)
+            platform::sleepMs(5);
+    };
+
+    listen({"events", "--count", "3"});
     EXPECT_EQ(out.str(),
-              "event 1000 coding binary from - to -\n  return code: 1097\n  facility: 10\n  level: 0\n"
-              "  field 1 (i32): 1\n"
-              "event 1000 coding binary from - to -\n  return code: 1097\n  facility: 10\n  level: 0\n"
-              "  field 1 (i32): 2\n");
+              "event 1000 button\n  power button: pressed (1)\n"
+              "event 1003 shutdown\n  shutdown in: 16000 ms\n"
+              "event 1200 coding binary from - to -\n  return code: 1097\n  facility: 10\n  level: 0\n");
+
+    listen({"--json", "events", "--count", "3"});
+    std::istringstream lines(out.str());
+    std::string line;
+    std::vector<nlohmann::json> printed;
+    while (std::getline(lines, line))
+        printed.push_back(nlohmann::json::parse(line, nullptr, false));
+    ASSERT_EQ(printed.size(), 3u) << out.str();
+    EXPECT_EQ(printed[0]["event"], "button");
+    EXPECT_EQ(printed[0]["button"], 1);
+    EXPECT_EQ(printed[1]["timeoutMs"], 16000);
+    EXPECT_EQ(printed[2]["id"], 1200);
+
+    listen({"events", "--count", "3", "--fields", "i32"});
+    EXPECT_EQ(out.str().substr(0, out.str().find('\n') + 1), "event 1000 (button) coding binary from - to -\n");
+    EXPECT_NE(out.str().find("  field 1 (i32): 7\n"), std::string::npos) << out.str();
 }
 
 }  // namespace

@@ -1,0 +1,443 @@
+// halvernctl's commands of the system manager and the boards: clocks, name, command execution, device
+// modes, firmware update, USB, calibration applications and system information.
+#include <algorithm>
+
+#include "client/CtlCommandSupport.h"
+#include "client/DateTimeText.h"
+
+namespace SEP {
+namespace {
+
+using namespace ctl;
+
+CLI::Validator dateTimeArgument()
+{
+    return CLI::Validator(
+        [](std::string& text) -> std::string {
+            DateTimeT parsed;
+            if (parseDateTime(text, parsed)) return {};
+            return "not a date and time of the form \"2026-11-23 10:00:00\": " + text;
+        },
+        "\"YYYY-MM-DD HH:MM:SS\"");
+}
+
+DateTimeT parsedDateTime(const std::string& text)
+{
+    DateTimeT value;
+    parseDateTime(text, value);  // checked when the command line was read
+    return value;
+}
+
+void addClockCommands(CLI::App& app, CtlChoiceT& chosen)
+{
+    auto rtc = addGroup(app, "rtc", "The real-time clock on the I2C bus, the instrument's clock across power cycles.");
+    addCommand(*rtc, "get", "Reads the real-time clock (RTC_GET, 1018).", chosen,
+               [](SepExchangeC& sep, ReportC& report) {
+                   return askCommand<REC::TimeSpec>(sep, 1018, nullptr, [&](const REC::TimeSpec& r) {
+                       const std::string time = formatDateTime({r.year, r.month, r.day, r.hour, r.minute, r.second});
+                       report.add("time", "RTC time", time, time);
+                   });
+               });
+    auto rtcTime = options<std::string>();
+    addCommand(*rtc, "set",
+               "Sets the real-time clock (RTC_SET, 1019). The Windows time follows at the next start; a time "
+               "offset set with \"time set\" is dropped.",
+               chosen,
+               [rtcTime](SepExchangeC& sep, ReportC& report) {
+                   const DateTimeT time = parsedDateTime(*rtcTime);
+                   REC::TimeSpec request;
+                   request.year = time.year;
+                   request.month = time.month;
+                   request.day = time.day;
+                   request.hour = time.hour;
+                   request.minute = time.minute;
+                   request.second = time.second;
+                   return doCommand(sep, report, 1019, &request, "RTC set to " + formatDateTime(time));
+               })
+        ->add_option("time", *rtcTime, "\"YYYY-MM-DD HH:MM:SS\"")
+        ->required()
+        ->check(dateTimeArgument());
+
+    auto time = addGroup(app, "time", "The Windows local time, time zone and daylight saving.");
+    addCommand(*time, "get", "Reads the Windows local time, time zone and daylight saving (1053).", chosen,
+               [](SepExchangeC& sep, ReportC& report) {
+                   return askCommand<REC::WindowsOsTimeInfo>(sep, 1053, nullptr, [&](REC::WindowsOsTimeInfo& r) {
+                       // The first six fields of a C tm: seconds first, month from 0, year from 1900.
+                       const std::string local = formatDateTime(
+                           {r.fields[5] + 1900, r.fields[4] + 1, r.fields[3], r.fields[2], r.fields[1], r.fields[0]});
+                       report.add("localTime", "local time", local, local);
+                       report.text("timeZone", "time zone", bufferText(r.timeZone));
+                       // On the wire the flag says that automatic adjustment is off.
+                       report.flag("automaticDaylightSaving", "daylight saving", !r.daylightSaving, "automatic", "off");
+                   });
+               });
+    struct TimeT {
+        std::string time;
+        std::string zone;
+        bool dst = true;
+    };
+    auto timeSet = options<TimeT>();
+    auto* setTime =
+        addCommand(*time, "set",
+                   "Sets the Windows local time and time zone (1054); the RTC keeps its time and Halvern keeps the "
+                   "difference.",
+                   chosen, [timeSet](SepExchangeC& sep, ReportC& report) {
+                       const DateTimeT local = parsedDateTime(timeSet->time);
+                       REC::WindowsOsTimeInfo request;
+                       const std::int32_t fields[6] = {local.second, local.minute,    local.hour,
+                                                       local.day,    local.month - 1, local.year - 1900};
+                       std::copy(std::begin(fields), std::end(fields), std::begin(request.fields));
+                       copyText(request.timeZone, timeSet->zone);
+                       request.daylightSaving = !timeSet->dst;
+                       return doCommand(sep, report, 1054, &request,
+                                        "time set to " + formatDateTime(local) + ", zone \"" + timeSet->zone +
+                                            "\", daylight saving " + (timeSet->dst ? "automatic" : "off"));
+                   });
+    setTime->add_option("time", timeSet->time, "local time, \"YYYY-MM-DD HH:MM:SS\"")
+        ->required()
+        ->check(dateTimeArgument());
+    setTime
+        ->add_option("--zone", timeSet->zone,
+                     "the zone's standard name as Windows knows it, e.g. \"W. Europe Standard Time\"")
+        ->required()
+        ->check(fitsBuffer(sizeof REC::WindowsOsTimeInfo{}.timeZone));
+    setTime->add_flag("--dst,!--no-dst", timeSet->dst, "automatic daylight saving adjustment on (the default) or off");
+}
+
+void addIdentityCommands(CLI::App& app, CtlChoiceT& chosen)
+{
+    auto name = addGroup(app, "name", "The instrument's name.");
+    addCommand(*name, "get", "Reads the instrument's name (HOSTNAME_CFG_GET, 1020).", chosen,
+               [](SepExchangeC& sep, ReportC& report) {
+                   return askCommand<REC::InstrumentNameCfg>(sep, 1020, nullptr, [&](const REC::InstrumentNameCfg& r) {
+                       report.text("name", "name", bufferText(r.name));
+                   });
+               });
+    auto newName = options<std::string>();
+    addCommand(*name, "set", "Sets the instrument's name (HOSTNAME_CFG_SET, 1021).", chosen,
+               [newName](SepExchangeC& sep, ReportC& report) {
+                   REC::InstrumentNameCfg request;
+                   copyText(request.name, *newName);
+                   return doCommand(sep, report, 1021, &request, "name set to \"" + *newName + "\"");
+               })
+        ->add_option("name", *newName, "the new name")
+        ->required()
+        ->check(fitsBuffer(sizeof REC::InstrumentNameCfg{}.name));
+
+    addCommand(app, "board-content", "The board data of the system manager, in wire order (GET_BOARD_CONTENT, 1010).",
+               chosen, [](SepExchangeC& sep, ReportC& report) {
+                   return askCommand<REC::GetBoardContent>(sep, 1010, nullptr,
+                                                           [&](auto& r) { report.values("values", r); });
+               });
+    addCommand(app, "os-info", "Information about the Windows system, six texts (1050).", chosen,
+               [](SepExchangeC& sep, ReportC& report) {
+                   return askCommand<REC::WindowsOsInfo>(sep, 1050, nullptr,
+                                                         [&](auto& r) { report.values("values", r); });
+               });
+    auto component = options<std::uint32_t>();
+    addCommand(app, "hw-component", "Information on one hardware component by its id (1051).", chosen,
+               [component](SepExchangeC& sep, ReportC& report) {
+                   REC::HwComponentId request;
+                   request.componentId = *component;
+                   return askCommand<REC::CurHwComponInfo>(sep, 1051, &request,
+                                                           [&](auto& r) { report.values("values", r); });
+               })
+        ->add_option("id", *component, "component id")
+        ->required();
+    auto stringId = options<std::int32_t>();
+    addCommand(app, "string", "One of Halvern's fixed strings by its id (1029).", chosen,
+               [stringId](SepExchangeC& sep, ReportC& report) {
+                   REC::GetString request;
+                   request.id = *stringId;
+                   return askCommand<REC::GetString>(sep, 1029, &request, [&](const REC::GetString& r) {
+                       report.number("stringId", "string id", r.id);
+                       report.text("text", "text", bufferText(r.text));
+                   });
+               })
+        ->add_option("id", *stringId, "string id")
+        ->required();
+}
+
+void addExecutionCommands(CLI::App& app, CtlChoiceT& chosen)
+{
+    struct ExecT {
+        std::vector<std::string> words;
+        std::string directory;
+        bool mora = false;
+        std::uint32_t waitMs = 0;
+        std::string commandLine() const
+        {
+            std::string line;
+            for (const auto& word : words)
+                line += (line.empty() ? "" : " ") + word;
+            return line;
+        }
+    };
+    auto exec = options<ExecT>();
+    auto* execCommand = addCommand(
+        app, "exec",
+        "Runs a command line on the computer module (or with --mora on the sensor board's shell) and prints its "
+        "output and return code (EXE_CMD, 1025). Put -- before a command line that has options of its own.",
+        chosen, [exec](SepExchangeC& sep, ReportC& report) {
+            REC::ExeCmdRequest request;
+            request.vantNotMora = !exec->mora;
+            copyText(request.commandLine, exec->commandLine());
+            copyText(request.directory, exec->directory);
+            request.runnerValue = exec->waitMs;
+            return askCommand<REC::ExeCmdReply>(sep, 1025, &request, [&](const REC::ExeCmdReply& r) {
+                report.number("returnCode", "return code", r.returnCode);
+                report.number("truncated", "characters cut off the front", r.truncated);
+                report.block("output", "output", bufferText(reinterpret_cast<const char*>(r.output), sizeof r.output));
+            });
+        });
+    execCommand->add_option("command", exec->words, "the command line")
+        ->required()
+        ->check(fitsBuffer(sizeof REC::ExeCmdRequest{}.commandLine));
+    execCommand->add_flag("--mora", exec->mora, "run it on the sensor board");
+    execCommand->add_option("--dir", exec->directory, "working directory")
+        ->check(fitsBuffer(sizeof REC::ExeCmdRequest{}.directory));
+    execCommand->add_option("--wait", exec->waitMs, "how long it may run, in ms (0: the default)");
+    // The joined line must fit as well as each word.
+    execCommand->parse_complete_callback([exec] {
+        if (exec->commandLine().size() + 1 > sizeof REC::ExeCmdRequest{}.commandLine)
+            throw CLI::ValidationError("command", "longer than 1023 characters");
+    });
+
+    struct UartT {
+        std::string port;
+        std::string input;
+        std::string config;
+        std::uint32_t waitMs = 100;
+    };
+    auto uart = options<UartT>();
+    auto* uartCommand = addCommand(
+        app, "uart",
+        "One transaction on a serial port by its role (MORA, EFI, DIVO): sends INPUT, waits and prints what came "
+        "back (1036).",
+        chosen, [uart](SepExchangeC& sep, ReportC& report) {
+            REC::UartTransCmd request;
+            copyText(request.uartName, uart->port);
+            copyText(request.input, uart->input);
+            copyText(request.config, uart->config);
+            request.a = uart->waitMs;
+            return askCommand<REC::UartTransCmd>(sep, 1036, &request, [&](const REC::UartTransCmd& r) {
+                report.text("port", "port", bufferText(r.uartName));
+                report.block("reply", "reply", bufferText(r.reply));
+                report.number("value1", "value 1", r.a);
+                report.number("value2", "value 2", r.b);
+            });
+        });
+    uartCommand->add_option("port", uart->port, "MORA, EFI or DIVO")
+        ->required()
+        ->check(fitsBuffer(sizeof REC::UartTransCmd{}.uartName));
+    uartCommand->add_option("input", uart->input, "what to send, e.g. \"uname -o\\r\\n\" typed with a real CR LF")
+        ->required()
+        ->check(fitsBuffer(sizeof REC::UartTransCmd{}.input));
+    uartCommand->add_option("--config", uart->config, "the port configuration text")
+        ->check(fitsBuffer(sizeof REC::UartTransCmd{}.config));
+    uartCommand->add_option("--wait", uart->waitMs, "how long to collect the reply, in ms (default 100)");
+
+    struct TestT {
+        std::int32_t number = 0;
+        std::int32_t waitMs = 0;
+        std::string text;
+    };
+    auto test = options<TestT>();
+    auto* testCommand = addCommand(
+        app, "test",
+        "One of Halvern's test commands (1046): 0 wait for the sensor board's boot, 1 verify and fix its Ethernet, "
+        "2 fix its Ethernet, 3 wait for its Ethernet.",
+        chosen, [test](SepExchangeC& sep, ReportC& report) {
+            REC::TestCmd request;
+            request.a = test->number;
+            request.b = test->waitMs;
+            copyText(request.text, test->text);
+            return askCommand<REC::TestCmd>(sep, 1046, &request, [&](auto& r) { report.values("values", r); });
+        });
+    testCommand->add_option("number", test->number, "test command number")->required();
+    testCommand->add_option("--wait", test->waitMs, "time-out in ms (below 1: the command's default)");
+    testCommand->add_option("--text", test->text, "string parameter")->check(fitsBuffer(sizeof REC::TestCmd{}.text));
+}
+
+template <typename Request>
+void addModeCommand(CLI::App& app, CtlChoiceT& chosen, const char* name, const char* what, std::uint16_t id)
+{
+    static const char* const kLabels[8] = {"result",         "services and port forwarding",
+                                           "remote desktop", "file explorer",
+                                           "firewall",       "Ethernet speed",
+                                           "write filter",   "restart"};
+    static const char* const kKeys[8] = {"result",   "services", "remoteDesktop", "fileExplorer",
+                                         "firewall", "ethernet", "writeFilter",   "restart"};
+    auto request = options<Request>();
+    addCommand(app, name,
+               std::string("Switches ") + what +
+                   " mode on, or back to customer mode (off), and prints what each "
+                   "step did (" +
+                   std::to_string(id) + ").",
+               chosen,
+               [request, id](SepExchangeC& sep, ReportC& report) {
+                   return askCommand<REC::CurDevModeInfo>(sep, id, request.get(), [&](const REC::CurDevModeInfo& r) {
+                       for (int i = 0; i < 8; ++i)
+                           report.text(kKeys[i], kLabels[i], bufferText(r.texts[i]));
+                       report.flag("restartRequired", "restart required", r.flag);
+                   });
+               })
+        ->add_option("value", request->enable, "on|off")
+        ->required()
+        ->transform(onOff());
+}
+
+void addModeCommands(CLI::App& app, CtlChoiceT& chosen)
+{
+    addModeCommand<REC::ProdMode>(app, chosen, "production-mode", "production", 1031);
+    addModeCommand<REC::ServMode>(app, chosen, "service-mode", "service", 1032);
+
+    auto features = addGroup(app, "production-features", "Write filter, remote desktop and port forwarding.");
+    addCommand(*features, "get", "Reads the three features (PROD_FEATURES_GET, 1015).", chosen,
+               [](SepExchangeC& sep, ReportC& report) {
+                   return askCommand<REC::EnaProdFeat>(sep, 1015, nullptr, [&](const REC::EnaProdFeat& r) {
+                       report.flag("uwf", "write filter (UWF)", r.uwf, "on", "off");
+                       report.flag("remoteDesktop", "remote desktop", r.remoteDesktop, "on", "off");
+                       report.flag("portForwarding", "port forwarding", r.portForwarding, "on", "off");
+                   });
+               });
+    auto wanted = options<REC::EnaProdFeat>();
+    auto* setFeatures = addCommand(*features, "set", "Sets all three features (PROD_FEATURES_SET, 1014).", chosen,
+                                   [wanted](SepExchangeC& sep, ReportC& report) {
+                                       const auto word = [](bool on) { return on ? "on" : "off"; };
+                                       return doCommand(sep, report, 1014, wanted.get(),
+                                                        std::string("features set: write filter ") + word(wanted->uwf) +
+                                                            ", remote desktop " + word(wanted->remoteDesktop) +
+                                                            ", port forwarding " + word(wanted->portForwarding));
+                                   });
+    setFeatures->add_option("--uwf", wanted->uwf, "write filter on|off")->required()->transform(onOff());
+    setFeatures->add_option("--remote-desktop", wanted->remoteDesktop, "on|off")->required()->transform(onOff());
+    setFeatures->add_option("--port-forwarding", wanted->portForwarding, "on|off")->required()->transform(onOff());
+}
+
+void addFirmwareCommands(CLI::App& app, CtlChoiceT& chosen)
+{
+    struct UpdateT {
+        std::string path;
+        bool force = false;
+        bool legacy = false;
+    };
+    auto update = options<UpdateT>();
+    auto* updateCommand = addCommand(
+        app, "update",
+        "Starts the firmware updater with an image (1035; with --legacy the old form, START_UPDATE, 1011). Halvern "
+        "exits when the updater asks it to.",
+        chosen, [update](SepExchangeC& sep, ReportC& report) {
+            REC::StartUpdate request;
+            request.force = update->force;
+            copyText(request.path, update->path);
+            return doCommand(sep, report, update->legacy ? 1011 : 1035, &request,
+                             "update started with \"" + update->path + "\"");
+        });
+    updateCommand->add_option("path", update->path, "the firmware image")
+        ->required()
+        ->check(fitsBuffer(sizeof REC::StartUpdate{}.path));
+    updateCommand->add_flag("--force", update->force, "update even when the versions are the same");
+    updateCommand->add_flag("--legacy", update->legacy, "use the legacy request");
+
+    auto file = options<std::string>();
+    addCommand(app, "update-info",
+               "Firmware update information, of the installed firmware or, with a file, of that image (1033, 1034).",
+               chosen,
+               [file](SepExchangeC& sep, ReportC& report) {
+                   const auto print = [&](auto& r) { report.values("values", r); };
+                   if (file->empty()) return askCommand<REC::FwUpdateInfo>(sep, 1033, nullptr, print);
+                   REC::FwNewFileName request;
+                   copyText(request.name, *file);
+                   return askCommand<REC::FwUpdateInfo>(sep, 1034, &request, print);
+               })
+        ->add_option("file", *file, "a firmware image")
+        ->check(fitsBuffer(sizeof REC::FwNewFileName{}.name));
+
+    auto object = options<std::int64_t>();
+    *object = -1;
+    addCommand(app, "firmware",
+               "Information on the current firmware, or on one of its objects with --object (1040, 1041).", chosen,
+               [object](SepExchangeC& sep, ReportC& report) {
+                   const auto print = [&](auto& r) { report.values("values", r); };
+                   if (*object < 0) return askCommand<REC::CurFWinfo>(sep, 1040, nullptr, print);
+                   REC::FwObjectId request;
+                   request.objectId = static_cast<std::uint32_t>(*object);
+                   return askCommand<REC::CurFWinfo>(sep, 1041, &request, print);
+               })
+        ->add_option("--object", *object, "object id")
+        ->check(CLI::Range(std::int64_t{0}, std::int64_t{0xFFFFFFFF}));
+}
+
+void addUsbCommands(CLI::App& app, CtlChoiceT& chosen)
+{
+    auto usb = addGroup(app, "usb", "USB devices of the computer module.");
+    addCommand(*usb, "count", "The number of USB devices, two counts (USB_GET_DEV_COUNT, 1037).", chosen,
+               [](SepExchangeC& sep, ReportC& report) {
+                   return askCommand<REC::UsbDeviceCountInfo>(sep, 1037, nullptr,
+                                                              [&](auto& r) { report.values("values", r); });
+               });
+    auto index = options<std::uint32_t>();
+    addCommand(*usb, "at", "The USB device at an index of the list (USB_GET_DEV_AT_IDX, 1038).", chosen,
+               [index](SepExchangeC& sep, ReportC& report) {
+                   REC::UsbDeviceIndex request;
+                   request.index = *index;
+                   return askCommand<REC::UsbDeviceInfo>(sep, 1038, &request,
+                                                         [&](auto& r) { report.values("values", r); });
+               })
+        ->add_option("index", *index, "list index, from 0")
+        ->required();
+    auto port = options<std::uint32_t>();
+    addCommand(*usb, "reset", "Resets the USB device on a port (USB_DEV_RESET, 1039).", chosen,
+               [port](SepExchangeC& sep, ReportC& report) {
+                   REC::UsbDeviceResetCmd request;
+                   request.portId = *port;
+                   return doCommand(sep, report, 1039, &request, "USB port " + std::to_string(*port) + " reset");
+               })
+        ->add_option("port", *port, "port id")
+        ->required();
+    addCommand(app, "format-usb", "Formats the USB stick (1058).", chosen, [](SepExchangeC& sep, ReportC& report) {
+        return doCommand(sep, report, 1058, nullptr, "USB stick formatted");
+    });
+}
+
+void addApplicationCommands(CLI::App& app, CtlChoiceT& chosen)
+{
+    const auto addPlain = [&](const char* name, const std::string& description, std::uint16_t id, const char* done) {
+        addCommand(app, name, description, chosen, [id, done](SepExchangeC& sep, ReportC& report) {
+            return doCommand(sep, report, id, nullptr, done);
+        });
+    };
+    addPlain("erase-calibration", "Erases the calibration data (ERASE_CAL, 1012).", 1012, "calibration data erased");
+    addPlain("touch-calibration", "Starts the touch screen calibration application (CAL_TOUCH, 1013).", 1013,
+             "touch calibration started");
+    addPlain("voltage-calibration", "Starts the screen voltage calibration application (CAL_VLTG_SCRN, 1042).", 1042,
+             "screen voltage calibration started");
+    addPlain("show-desktop", "Shows the Windows desktop (1028).", 1028, "desktop shown");
+
+    const auto addResult = [&](const char* name, const std::string& description, std::uint16_t id) {
+        addCommand(app, name, description, chosen, [id](SepExchangeC& sep, ReportC& report) {
+            return askCommand<REC::CurScreenAppExecInfo>(sep, id, nullptr, [&](const REC::CurScreenAppExecInfo& r) {
+                report.number("status", "status", r.status);
+            });
+        });
+    };
+    addResult("touch-calibration-result", "The HMI board's status of the last touch calibration run (1043).", 1043);
+    addResult("voltage-calibration-result", "The HMI board's status of the last screen voltage calibration run (1044).",
+              1044);
+}
+
+}  // namespace
+
+void addSystemCommands(CLI::App& app, CtlChoiceT& chosen)
+{
+    addClockCommands(app, chosen);
+    addIdentityCommands(app, chosen);
+    addExecutionCommands(app, chosen);
+    addModeCommands(app, chosen);
+    addFirmwareCommands(app, chosen);
+    addUsbCommands(app, chosen);
+    addApplicationCommands(app, chosen);
+}
+
+}  // namespace SEP

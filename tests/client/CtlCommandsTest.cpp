@@ -1,0 +1,250 @@
+// halvernctl's named commands against the instrument's own command set: what a technician types, what
+// reaches Halvern, what comes back, and what is refused before anything is sent.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <set>
+#include <sstream>
+
+#include "client/CommandTable.h"
+#include "client/CtlTestSupport.h"
+#include "client/DateTimeText.h"
+#include "sep/SepCommandTestSupport.h"
+#include "sep/server/HalvernSepImpl.h"
+#include "sep/server/HalvernSepRecords.h"
+#include "support/TestEnvironment.h"
+#include "sysmanager/SysManagerC.h"
+
+namespace halvern::test {
+namespace {
+
+// Nothing listens here; a command that tried to connect would end with "no connection" instead.
+constexpr std::uint16_t kNobodyListens = 9;
+
+TEST(CtlCommandTableTest, EveryCommandOfTheTableHasANamedSubcommandWhoseHelpNamesItsId)
+{
+    std::set<std::uint16_t> ids;
+    for (const auto& command : SEP::commandTable()) {
+        ids.insert(command.id);
+        // The sub-command's words, without the option or placeholder that picks this id among several.
+        std::vector<std::string> words;
+        std::istringstream line(command.subcommand);
+        for (std::string word; line >> word && word[0] != '-' && !std::isupper(static_cast<unsigned char>(word[0]));)
+            words.push_back(word);
+        words.push_back("--help");
+        const CtlRunT run = runCtl(kNobodyListens, words);
+        EXPECT_EQ(run.exitCode, 0) << command.subcommand << ": " << run.err;
+        EXPECT_NE(run.out.find(std::to_string(command.id)), std::string::npos) << command.subcommand << "\n" << run.out;
+    }
+    std::set<std::uint16_t> expected;
+    for (std::uint16_t id = 1001; id <= 1065; ++id)
+        if (id != 1045) expected.insert(id);
+    EXPECT_EQ(ids, expected);
+    EXPECT_EQ(SEP::findCommand("efi_get_bat_status")->subcommand, "battery");
+    EXPECT_EQ(SEP::findCommand("power-off")->id, 1027);
+}
+
+TEST(CtlArgumentsTest, BadArgumentsAreRefusedBeforeAnythingIsSent)
+{
+    const std::string tooLong(256, 'n');
+    const std::vector<std::vector<std::string>> refused = {
+        {"led", "--state", "pulsing", "--colour", "green"},
+        {"led", "--state", "blinking", "--colour", "blue"},
+        {"led", "--state", "blinking"},
+        {"rtc", "set", "2026-02-30 10:00:00"},
+        {"rtc", "set", "23.11.2026 10:00"},
+        {"time", "set", "2026-11-23 24:00:00", "--zone", "UTC"},
+        {"time", "set", "2026-11-23 10:00:00"},
+        {"time", "set", "2026-11-23 10:00:00", "--zone", tooLong},
+        {"name", "set", tooLong},
+        {"name", "set", "tab\x01"},
+        {"wlan", "set", "--ssid", tooLong, "--password", "secret", "--band", "both"},
+        {"wlan", "set", "--ssid", "x", "--password", "secret", "--band", "6"},
+        {"power-off"},
+        {"power-off", "--reboot", "--shutdown"},
+        {"power-off", "--reboot", "--legacy", "--timeout", "5"},
+        {"power-off", "--reboot", "--timeout", "-1"},
+        {"battery-offset", "set", "--slot", "3", "--which", "1", "4"},
+        {"battery-offset", "set", "--slot", "1", "--which", "1", "200"},
+        {"channel", "set", "15", "--width", "HT20"},
+        {"autorun", "set", "maybe"},
+        {"shutdown-state", "later"},
+        {"wlan"},
+        {"battery", "extra"},
+    };
+    for (const auto& arguments : refused) {
+        const CtlRunT run = runCtl(kNobodyListens, arguments);
+        std::string line;
+        for (const auto& argument : arguments)
+            line += argument.substr(0, 20) + " ";
+        EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_BAD_ARGUMENTS) << line << "\n" << run.err;
+        EXPECT_FALSE(run.err.empty()) << line;
+        EXPECT_TRUE(run.out.empty()) << line;
+    }
+    const CtlRunT run = runCtl(kNobodyListens, {"led", "--state", "pulsing", "--colour", "green"});
+    EXPECT_NE(run.err.find("pulsing is not one of steady|blinking"), std::string::npos) << run.err;
+    // A well-formed command does try to connect.
+    EXPECT_EQ(runCtl(kNobodyListens, {"api-level"}).exitCode, SEP::CTL_EXIT_NO_CONNECTION);
+}
+
+TEST(CtlDateTimeTest, OnlyRealCalendarTimesParse)
+{
+    SEP::DateTimeT time;
+    ASSERT_TRUE(SEP::parseDateTime("2028-02-29 23:59:59", time));
+    EXPECT_EQ(SEP::formatDateTime(time), "2028-02-29 23:59:59");
+    ASSERT_TRUE(SEP::parseDateTime("2000-02-29T00:00:00", time));
+    EXPECT_EQ(time.month, 2);
+    for (const char* bad : {"2026-02-29 10:00:00", "1900-02-29 10:00:00", "2026-13-01 10:00:00", "2026-04-31 10:00:00",
+                            "2026-11-23 10:60:00", "2026-11-23 10:00", "2026-11-23  10:00:00", "2026-1-23 10:00:00",
+                            "+026-11-23 10:00:00", ""})
+        EXPECT_FALSE(SEP::parseDateTime(bad, time)) << bad;
+}
+
+class CtlCommandSetTest : public InstrumentTest {
+protected:
+    void SetUp() override
+    {
+        InstrumentTest::SetUp();
+        port = std::make_unique<SepCommandPort>();
+    }
+    void TearDown() override
+    {
+        port.reset();
+        SysManagerC::DestroyInstance();
+        InstrumentTest::TearDown();
+    }
+    CtlRunT ctl(std::vector<std::string> arguments) { return runCtl(port->server().port(), std::move(arguments)); }
+
+    std::unique_ptr<SepCommandPort> port;
+};
+
+TEST_F(CtlCommandSetTest, ACompletedCommandPrintsItsRecordAsTextAndAsJsonInBothCodings)
+{
+    CtlRunT run = ctl({"api-level"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out, "API level: 51\n");
+
+    for (const char* coding : {"--json", "--ascii"}) {
+        run = ctl({"--json", coding, "api-level"});
+        ASSERT_EQ(run.exitCode, 0) << run.err;
+        const auto json = run.json();
+        ASSERT_TRUE(json.is_object()) << run.out;
+        EXPECT_EQ(json["command"], "api-level");
+        EXPECT_EQ(json["id"], 1001);
+        EXPECT_EQ(json["ok"], true);
+        EXPECT_EQ(json["level"], 51);
+    }
+}
+
+TEST_F(CtlCommandSetTest, AnUnavailableCommandExitsWithTheErrorReplyCodeAndTheServersText)
+{
+    CtlRunT run = ctl({"name", "get"});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
+    EXPECT_EQ(run.err,
+              "halvernctl: name get: General failure ( HOSTNAME_CFG_GET (1020) is not available on this build)\n");
+    EXPECT_TRUE(run.out.empty());
+
+    run = ctl({"--json", "usb", "count"});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
+    const auto json = run.json();
+    ASSERT_TRUE(json.is_object()) << run.out;
+    EXPECT_EQ(json["ok"], false);
+    EXPECT_EQ(json["id"], 1037);
+    EXPECT_EQ(json["error"], "General failure ( USB_GET_DEV_COUNT (1037) is not available on this build)");
+}
+
+TEST_F(CtlCommandSetTest, PowerOffAsksForWhatItNamesAndTheApplicationsAnswerIsStored)
+{
+    SysManagerC* manager = SysManagerC::Instance();
+    CtlRunT run = ctl({"power-off", "--reboot", "--force", "--timeout", "5"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out, "reboot requested, force: yes, time-out: 5 s\n");
+    // The request is stored after the answer; the next answer comes once that is done.
+    ASSERT_EQ(ctl({"api-level"}).exitCode, 0);
+    EXPECT_EQ(manager->GetApplicationPowerRequestType(), POWER_REQUEST_REBOOT);
+    EXPECT_TRUE(manager->GetPowerRequestForce());
+    EXPECT_EQ(manager->GetPowerRequestTimeout(), 5u);
+
+    EXPECT_EQ(ctl({"power-off", "--shutdown", "--legacy"}).exitCode, 0);
+    ASSERT_EQ(ctl({"api-level"}).exitCode, 0);
+    EXPECT_EQ(manager->GetApplicationPowerRequestType(), POWER_REQUEST_SHUTDOWN);
+    EXPECT_FALSE(manager->GetPowerRequestForce());
+    EXPECT_EQ(manager->GetPowerRequestTimeout(), 0u);
+
+    EXPECT_EQ(ctl({"shutdown-state", "no-start"}).exitCode, 0);
+    EXPECT_EQ(manager->GetAppShutdownAnswer(), APP_SHUTDOWN_NOT_STARTED);
+    run = ctl({"shutdown-state", "start"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.out, "shutdown state answered: start\n");
+    EXPECT_EQ(manager->GetAppShutdownAnswer(), APP_SHUTDOWN_STARTED);
+}
+
+// The clocks' records as the time keeping reads them: a C tm's fields with the month from 0 and the year
+// from 1900, and a flag that is set when automatic daylight saving is off.
+class CtlClockTest : public InstrumentTest {
+protected:
+    void SetUp() override
+    {
+        InstrumentTest::SetUp();
+        BSS::NET::NetTcpIpServerCfgT config = HalvernRpc::TcpIpServerChannelSetupC::defaultConfig(0);
+        config.listenAddress = platform::kLoopbackAddress;
+        config.passTimeoutMs = 20;
+        server = std::make_unique<HalvernRpc::TcpIpServerChannelSetupC>(config);
+        auto& channel = server->channel();
+        channel.registerCommandHandler(1019, [this](SEP::ReceivedCommandC& command) {
+            if (HalvernSepImpl::DecodeRequest(command, rtcSet)) HalvernSepImpl::SendSuccess(command, nullptr);
+        });
+        channel.registerCommandHandler(
+            1018, [this](SEP::ReceivedCommandC& command) { HalvernSepImpl::SendSuccess(command, &rtcNow); });
+        channel.registerCommandHandler(1054, [this](SEP::ReceivedCommandC& command) {
+            if (HalvernSepImpl::DecodeRequest(command, timeSet)) HalvernSepImpl::SendSuccess(command, nullptr);
+        });
+        channel.registerCommandHandler(
+            1053, [this](SEP::ReceivedCommandC& command) { HalvernSepImpl::SendSuccess(command, &timeNow); });
+        ASSERT_TRUE(server->start(3600000));
+    }
+    void TearDown() override
+    {
+        server.reset();
+        InstrumentTest::TearDown();
+    }
+    CtlRunT ctl(std::vector<std::string> arguments) { return runCtl(server->port(), std::move(arguments)); }
+
+    std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC> server;
+    Varda::SEP::HALVERN::TimeSpec rtcSet, rtcNow;
+    Varda::SEP::HALVERN::WindowsOsTimeInfo timeSet, timeNow;
+};
+
+TEST_F(CtlClockTest, DatesGoOnTheWireInEachRecordsOwnCountingAndComeBackAsDates)
+{
+    ASSERT_EQ(ctl({"time", "set", "2026-11-23 10:00:05", "--zone", "W. Europe Standard Time"}).exitCode, 0);
+    const std::vector<std::int32_t> tm(std::begin(timeSet.fields), std::end(timeSet.fields));
+    EXPECT_EQ(tm, (std::vector<std::int32_t>{5, 0, 10, 23, 10, 126}));
+    EXPECT_STREQ(timeSet.timeZone, "W. Europe Standard Time");
+    EXPECT_FALSE(timeSet.daylightSaving) << "automatic daylight saving is the default";
+    CtlRunT run = ctl({"time", "set", "2026-11-23 10:00:05", "--zone", "UTC", "--no-dst"});
+    EXPECT_EQ(run.out, "time set to 2026-11-23 10:00:05, zone \"UTC\", daylight saving off\n");
+    EXPECT_TRUE(timeSet.daylightSaving);
+
+    const std::int32_t newYearsEve[6] = {59, 58, 23, 31, 11, 126};
+    std::copy(std::begin(newYearsEve), std::end(newYearsEve), std::begin(timeNow.fields));
+    std::strcpy(timeNow.timeZone, "GMT Standard Time");
+    timeNow.daylightSaving = true;
+    run = ctl({"time", "get"});
+    EXPECT_EQ(run.out, "local time: 2026-12-31 23:58:59\ntime zone: \"GMT Standard Time\"\ndaylight saving: off\n");
+    timeNow.daylightSaving = false;
+    EXPECT_EQ(ctl({"--json", "time", "get"}).json()["automaticDaylightSaving"], true);
+
+    ASSERT_EQ(ctl({"rtc", "set", "2026-11-23 10:00:00"}).exitCode, 0);
+    EXPECT_EQ(rtcSet.year, 2026);
+    EXPECT_EQ(rtcSet.month, 11);
+    EXPECT_EQ(rtcSet.day, 23);
+    EXPECT_EQ(rtcSet.hour, 10);
+    rtcNow = rtcSet;
+    rtcNow.second = 7;
+    EXPECT_EQ(ctl({"rtc", "get"}).out, "RTC time: 2026-11-23 10:00:07\n");
+}
+
+}  // namespace
+}  // namespace halvern::test

@@ -1,0 +1,143 @@
+// halvernctl against Halvern's command set on a simulated instrument: a technician reads the power
+// controller as it is at that moment, changes its settings, hears its events, and sees its failures.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "app/StartUpSteps.h"
+#include "client/CtlTestSupport.h"
+#include "sep/SepCommandTestSupport.h"
+#include "sep/server/HalvernSepImpl.h"
+#include "sep/server/SepServer.h"
+#include "sim/ControlCommands.h"
+#include "sim/efi/EfiControlCommands.h"
+#include "support/TestEnvironment.h"
+#include "sysmanager/SysManagerC.h"
+
+namespace halvern::test {
+namespace {
+
+class CtlInstrumentTest : public InstrumentTest {
+protected:
+    void SetUp() override
+    {
+        InstrumentTest::SetUp();
+        sim::addEfiControlCommands(m_commands, m_model, m_service);
+        ASSERT_TRUE(m_service.start());
+        ASSERT_TRUE(SysManagerC::Instance()->GetEFIServiceIPC().InitializeEFICommunication());
+        port = std::make_unique<SepCommandPort>();
+    }
+    void TearDown() override
+    {
+        port.reset();
+        StopSepServer();
+        SysManagerC::DestroyInstance();
+        m_service.stop();
+        InstrumentTest::TearDown();
+    }
+    CtlRunT ctl(std::vector<std::string> arguments) { return runCtl(port->server().port(), std::move(arguments)); }
+    void simulate(const std::string& command) { ASSERT_EQ(m_commands.execute(command).rfind("OK", 0), 0u) << command; }
+
+    sim::ControlCommandsC m_commands;
+    sim::EfiControllerModelC m_model;
+    sim::EfiServiceSimC m_service{m_model};
+    std::unique_ptr<SepCommandPort> port;
+};
+
+TEST_F(CtlInstrumentTest, ReadsBatteriesSupplyAndPowerSourceAsTheControllerHasThemNow)
+{
+    simulate("efi battery L rsoc 77");
+    simulate("efi battery H rsoc 12");
+    simulate("efi battery H status 3");
+    CtlRunT run = ctl({"battery"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("battery L charge: 77 %\n"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("battery H status: 3\n"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("battery H charge: 12 %\n"), std::string::npos) << run.out;
+
+    simulate("efi battery L rsoc 76");
+    simulate("efi ext voltage 18000");
+    run = ctl({"battery", "--json"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    auto json = run.json();
+    EXPECT_EQ(json["batteryLCharge"], 76);
+    EXPECT_EQ(json["batteryHCharge"], 12);
+    EXPECT_EQ(json["batteryHStatus"], 3);
+    run = ctl({"--json", "ext-supply"});
+    EXPECT_EQ(run.json()["voltage"], 18000) << run.out;
+
+    run = ctl({"--json", "power-source"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.json()["register"], sim::kPowerSourceMains);
+    simulate("efi power battery");
+    run = ctl({"power-source"});
+    EXPECT_NE(run.out.find("power-source register: 2\n"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("power-source flag bit  0: clear\npower-source flag bit  1: set\n"), std::string::npos)
+        << run.out;
+    EXPECT_NE(run.out.find("power-source flag bit 10: clear\n"), std::string::npos) << run.out;
+}
+
+TEST_F(CtlInstrumentTest, SettingsReachTheControllerAndReadBack)
+{
+    EXPECT_EQ(ctl({"autorun", "set", "on"}).out, "autorun set on\n");
+    EXPECT_EQ(m_model.statusControl(L"AUTORUN"), 1);
+    EXPECT_EQ(ctl({"autorun", "get"}).out, "autorun: on\n");
+
+    EXPECT_EQ(ctl({"power-select", "set", "--bit0", "on", "--bit1", "off", "--bit2", "on"}).exitCode, 0);
+    EXPECT_EQ(m_model.statusControl(L"PWRSELECT"), 5);
+    const auto json = ctl({"--json", "power-select", "get"}).json();
+    EXPECT_EQ(json["selection"], nlohmann::json::parse("[true,false,true]")) << json;
+
+    // A raw controller command comes back with the controller's own answer.
+    CtlRunT run = ctl({"efi", "PWRSELECT:GET"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out, "request: \"PWRSELECT:GET\"\nreply: \"5\"\n");
+}
+
+TEST_F(CtlInstrumentTest, AControllerThatFailsGivesTheServersErrorText)
+{
+    CtlRunT run = ctl({"efi", "BASIC:NOSUCHTHING"});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
+    EXPECT_EQ(run.err.rfind("halvernctl: efi: Internal error, failed to communicate with EFI!error code: ", 0), 0u)
+        << run.err;
+
+    m_service.stop();
+    run = ctl({"battery"});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
+    EXPECT_EQ(run.err, "halvernctl: battery: Internal error, failed to communicate with EFI!\n");
+    EXPECT_TRUE(run.out.empty());
+}
+
+TEST_F(CtlInstrumentTest, EventsArePrintedByNameWithTheControllersStateWhenRaised)
+{
+    ASSERT_TRUE(StartSepServer());
+    std::uint16_t primary = 0;
+    forEachSepServer([&](HalvernRpc::TcpIpServerChannelSetupC& server) {
+        primary = server.port();
+        return false;
+    });
+    CtlRunT run;
+    std::thread listener([&] { run = runCtl(primary, {"events", "--count", "3"}); });
+    bool listening = false;
+    for (int attempt = 0; attempt < 1000 && !listening; ++attempt) {
+        forEachSepServer([&](HalvernRpc::TcpIpServerChannelSetupC& server) {
+            listening = server.server().clientCount() > 0;
+            return false;
+        });
+        platform::sleepMs(5);
+    }
+    simulate("efi power battery");
+    EXPECT_TRUE(HalvernSepImpl::raisePwrSrcStatus());
+    EXPECT_TRUE(HalvernSepImpl::raiseEfiBtnReleased());
+    EXPECT_TRUE(HalvernSepImpl::raiseShutdownNotif(16000));
+    listener.join();
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out.rfind("event 1001 power-source\n  power-source register: 2\n", 0), 0u) << run.out;
+    EXPECT_NE(run.out.find("event 1000 button\n  power button: released (2)\n"
+                           "event 1003 shutdown\n  shutdown in: 16000 ms\n"),
+              std::string::npos)
+        << run.out;
+}
+
+}  // namespace
+}  // namespace halvern::test
