@@ -139,10 +139,9 @@ TEST_F(CtlCommandSetTest, ACompletedCommandPrintsItsRecordAsTextAndAsJsonInBothC
 
 TEST_F(CtlCommandSetTest, AnUnavailableCommandExitsWithTheErrorReplyCodeAndTheServersText)
 {
-    CtlRunT run = ctl({"name", "get"});
+    CtlRunT run = ctl({"os-info"});
     EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
-    EXPECT_EQ(run.err,
-              "halvernctl: name get: General failure ( HOSTNAME_CFG_GET (1020) is not available on this build)\n");
+    EXPECT_EQ(run.err, "halvernctl: os-info: General failure ( UKNOWN SEP CMD (1050) is not available on this build)\n");
     EXPECT_TRUE(run.out.empty());
 
     run = ctl({"--json", "usb", "count"});
