@@ -106,7 +106,8 @@ void addClockCommands(CLI::App& app, CtlChoiceT& chosen)
 
 void addIdentityCommands(CLI::App& app, CtlChoiceT& chosen)
 {
-    auto name = addGroup(app, "name", "The instrument's name.");
+    auto name = addGroup(app, "name", "The instrument's name (also: hostname).");
+    name->alias("hostname");
     addCommand(*name, "get", "Reads the instrument's name (HOSTNAME_CFG_GET, 1020).", chosen,
                [](SepExchangeC& sep, ReportC& report) {
                    return askCommand<REC::InstrumentNameCfg>(sep, 1020, nullptr, [&](const REC::InstrumentNameCfg& r) {

@@ -115,7 +115,7 @@ sim_pid=$!
 pids+=("$sim_pid")
 wait_for_line "Sucessufully launched Zentor Application"
 halvernctl=$(dirname "$halvern")/halvernctl
-"$halvernctl" --port "$(cat "$root/sim/sep/55557")" send 1027 i32:2 bool:1 i32:0 > /dev/null ||
+"$halvernctl" --port "$(cat "$root/sim/sep/55557")" power-off --reboot --force > /dev/null ||
     fail "the reboot request was not answered"
 set +e
 wait "$sim_pid"
