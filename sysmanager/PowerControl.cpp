@@ -36,9 +36,11 @@ std::string SysManagerC::GetSensorBoardAddress() const
 bool SysManagerC::RequestSensorboardHalt()
 {
     const char* tag = "SysManagerC::RequestSensorboardHalt";
-    // The leading blank is part of the command line: the executable is named separately.
+    // The leading blank is part of the command line: the executable is named separately. The board's
+    // address is the configured one.
+    std::wstring commandLine = L" root@192.168.2.1 init 0";
     const std::string address = GetSensorBoardAddress();
-    const std::wstring commandLine = L" root@" + std::wstring(address.begin(), address.end()) + L" init 0";
+    commandLine.replace(commandLine.find(L"192.168.2.1"), 11, std::wstring(address.begin(), address.end()));
     platform::ProcessInformationT ssh;
     if (!CreateChildProcess(kSshClient, commandLine, platform::kCreateNoWindow, platform::StartupInfoT{}, &ssh,
                             false)) {

@@ -24,7 +24,7 @@ std::vector<std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC>>& servers()
     return list;
 }
 
-bool startOne(std::uint16_t defaultPort)
+bool startOneOrThrow(std::uint16_t defaultPort)
 {
     auto server = std::make_unique<HalvernRpc::TcpIpServerChannelSetupC>(
         HalvernRpc::TcpIpServerChannelSetupC::defaultConfig(platform::serverPort(defaultPort)));
@@ -36,6 +36,16 @@ bool startOne(std::uint16_t defaultPort)
     std::lock_guard<std::mutex> guard(serversLock());
     servers().push_back(std::move(server));
     return true;
+}
+
+bool startOne(std::uint16_t defaultPort)
+{
+    try {
+        return startOneOrThrow(defaultPort);
+    } catch (...) {
+        WriteLog("[%s]: Got unknown exception.", "init");
+        return false;
+    }
 }
 
 }  // namespace

@@ -29,6 +29,16 @@ TEST_F(LogTest, LineCarriesLocalTimeStampTabAndText)
         << content;
 }
 
+TEST_F(LogTest, WideStringsInTheWindowsSpellingAreWrittenToo)
+{
+    // Through a variable: the compiler's format check does not know %ws.
+    const char* format = "[%s] [ERROR]: Failed to start %ws, ERROR(%d)";
+    WriteLog(format, "SysManagerC::StartComApplication", L"DiagnosticsService.exe", 2);
+    EXPECT_THAT(
+        logMessages(),
+        ElementsAre("[SysManagerC::StartComApplication] [ERROR]: Failed to start DiagnosticsService.exe, ERROR(2)"));
+}
+
 TEST_F(LogTest, NetworkHelperLoggerWritesToTheSameLog)
 {
     NetworkHelperLog(reinterpret_cast<void*>(0x1234), "WSAStartup failed with error: %d", 10093);

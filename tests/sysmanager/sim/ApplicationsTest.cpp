@@ -84,11 +84,8 @@ TEST_F(ApplicationsTest, TheInstrumentNameDecidesWhetherTheFrontendStarts)
     const struct {
         const char* name;
         bool set;
-    } names[] = {{"ZENTOR-1000000", false},
-                 {"ZENTOR-1000001", true},
-                 {"zentor-2000000", true},
-                 {"SCANNER-5000000", false},
-                 {"ZENTOR-", false}};
+    } names[] = {{"ZENTOR-1000000", false},  {"ZENTOR-1000001", true}, {"zentor-2000000", true},
+                 {"SCANNER-5000000", false}, {"ZENTOR-", false},       {"ZENTOR-10000000000", true}};
     for (const auto& name : names) {
         writeSimFile("computer/name", std::string(name.name) + "\n");
         EXPECT_EQ(manager->IsInstrumentNameSet(), name.set) << name.name;
