@@ -175,8 +175,11 @@ RegStatus regEnumKey(const UniqueRegKey& key, std::uint32_t index, std::wstring&
     if (DIR* dir = opendir(folder.c_str())) {
         while (dirent* entry = readdir(dir)) {
             const std::string entryName = entry->d_name;
-            if (entryName != "." && entryName != ".." && sim::isDirectory(folder + "/" + entryName))
-                subKeys.push_back(entryName);
+            if (entryName == "." || entryName == "..") continue;
+            // The entry's type saves a look at each one; a link or an unknown type is looked at.
+            const bool isKey = entry->d_type == DT_DIR || ((entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) &&
+                                                           sim::isDirectory(folder + "/" + entryName));
+            if (isKey) subKeys.push_back(entryName);
         }
         closedir(dir);
     }
