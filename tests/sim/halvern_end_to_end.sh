@@ -52,6 +52,9 @@ in_order "[HW Status] *****************************" \
     "Got EFI service HW status: EFIRunningMode:1,FPGAReady:1,HPSReady:1,TELOReady:1," \
     "[INFO]: isHwErrorDetected: Successfully parsed EFI's HW status" "[HW Status] FPGA Ready	: OK"
 ctl() { "$halvern_sim" ctl --root "$root" "$@"; }
+# The start set the instrument's own clock from its RTC and, without a user's choice, the default zone.
+in_order "W32Time Service started." "The time zone (standard) name was set successfully."
+ctl clock get | grep -qF " zone W. Europe Standard Time" || fail "the instrument's zone is not the default one"
 [ "$(ctl efi button press)" = "OK pressed (1 reader)" ] || fail "the power button did not reach Halvern's reader"
 wait_for_line "++WM_EFI_NOTIFICATION : Notification 1 received"
 ctl efi nonsense > /dev/null && fail "an unknown control command was accepted"

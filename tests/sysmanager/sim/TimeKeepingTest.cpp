@@ -32,6 +32,12 @@ const char* const kDeletionLine = "UwfCfgCommitFileDeletion C: \\vexarBatches\\H
 
 class TimeKeepingTest : public SimulatedClockTest {
 protected:
+    // The time service's start is waited for in steps of 200 ms: here they pass at once.
+    void SetUp() override
+    {
+        SimulatedClockTest::SetUp();
+        platform::setClock(&m_waits);
+    }
     static void writeOffsetFile(const std::string& content) { ASSERT_TRUE(writeWholeFile(kOffsetFilePath, content)); }
     static bool offsetFileExists() { return std::filesystem::exists(platform::nativePath(kOffsetFilePath)); }
     static void setFilterState(const char* state)
@@ -54,6 +60,8 @@ protected:
         return info;
     }
     SysManagerC& manager() { return *SysManagerC::Instance(); }
+
+    platform::ManualClockC m_waits;
 };
 
 TEST_F(TimeKeepingTest, AStartWithoutOffsetFileTakesTheRtcAsUtcInTheDefaultZone)
