@@ -62,19 +62,12 @@ std::vector<std::string> withoutTimeSteps(std::vector<std::string> messages)
 
 class HwStartUpTest : public InstrumentTest {
 protected:
-    // Waits of the start (the time service's start among them) pass at once.
-    void SetUp() override
-    {
-        InstrumentTest::SetUp();
-        platform::setClock(&m_waits);
-    }
     void TearDown() override
     {
         SysManagerC::DestroyInstance();
         m_service.stop();
         InstrumentTest::TearDown();
     }
-    platform::ManualClockC m_waits;
     sim::EfiControllerModelC m_model;
     sim::EfiServiceSimC m_service{m_model};
 };
