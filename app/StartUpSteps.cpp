@@ -15,6 +15,10 @@ void HwRelatedInit()
     if (!SysManagerC::Instance()->GetEFIServiceIPC().InitializeEFICommunication())
         WriteLog("Halvern [%s] [ERROR]: Failed to initialize communication with EFI", "HwRelatedInit");
     enableSpbDevices();
+    SysManagerC* manager = SysManagerC::Instance();
+    if (!manager->startW32TimeService())
+        WriteLog("Halvern [%s] [ERROR]: failed to start Windows Time Service!", "HwRelatedInit");
+    if (!manager->GetRtcSystemTime()) WriteLog("Halvern [%s] [ERROR]: SetRtcSystemTime Failed", "HwRelatedInit");
 }
 void CheckTouchState() {}
 void RepairSerialMouseService() {}

@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/Handle.h"
+
 namespace platform {
 
 struct FileCloser {
@@ -32,6 +34,19 @@ std::uint32_t getFileAttributes(const std::wstring& windowsPath);
 bool setFileAttributes(const std::wstring& windowsPath, std::uint32_t attributes);
 bool deleteFile(const std::wstring& windowsPath);
 bool createDirectory(const std::wstring& windowsPath);
+
+// CreateFileW with the access, sharing, inheritance, disposition and attributes given: an empty owner with
+// the last error set on failure.
+constexpr std::uint32_t kFileAppendData = 0x4;
+constexpr std::uint32_t kGenericRead = 0x80000000;
+constexpr std::uint32_t kGenericWrite = 0x40000000;
+constexpr std::uint32_t kFileShareRead = 0x1;
+constexpr std::uint32_t kFileShareWrite = 0x2;
+constexpr std::uint32_t kCreateAlways = 2;
+constexpr std::uint32_t kOpenExisting = 3;
+constexpr std::uint32_t kOpenAlways = 4;
+UniqueHandle createFile(const std::wstring& windowsPath, std::uint32_t access, std::uint32_t shareMode,
+                        bool inheritHandle, std::uint32_t disposition, std::uint32_t attributes);
 
 // Where a Windows path lives on this platform (the path itself on Windows, a file in the sim root on the
 // host). For diagnostics and for tools that act on the simulated instrument.

@@ -17,7 +17,6 @@ constexpr std::uint32_t kNormalPriorityClass = 0x00000020;
 constexpr std::uint32_t kCreateUnicodeEnvironment = 0x00000400;
 constexpr std::uint32_t kCreateNoWindow = 0x08000000;
 constexpr std::uint16_t kSwHide = 0;
-constexpr std::uint32_t kErrorNotAllAssigned = 1300;
 
 // STARTUPINFOW as far as the instrument uses it.
 struct StartupInfoT {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/WinError.h"
 
@@ -44,6 +45,17 @@ private:
 
 // RegOpenKeyExW with KEY_READ; answers the Windows error number (0 on success).
 RegStatus regOpenKeyRead(RegHive hive, const std::wstring& subKey, UniqueRegKey& key);
+
+// RegOpenKeyExW with KEY_READ below a key that is open already.
+RegStatus regOpenKeyRead(const UniqueRegKey& parent, const std::wstring& subKey, UniqueRegKey& key);
+
+// RegEnumKeyExW: the name of subkey `index`; kErrorNoMoreItems past the last one.
+RegStatus regEnumKey(const UniqueRegKey& key, std::uint32_t index, std::wstring& name);
+
+// RegGetValueW restricted to REG_SZ (and REG_EXPAND_SZ, not expanded) / to REG_BINARY: another type answers
+// kErrorUnsupportedType, a missing value kErrorFileNotFound.
+RegStatus regQueryString(const UniqueRegKey& key, const std::wstring& valueName, std::wstring& value);
+RegStatus regQueryBinary(const UniqueRegKey& key, const std::wstring& valueName, std::vector<std::uint8_t>& data);
 
 // RegQueryValueExW into a 4-byte buffer: `type` receives the stored type, a longer value answers
 // kErrorMoreData, a missing one kErrorFileNotFound.

@@ -10,6 +10,7 @@ constexpr std::uint32_t kErrorPathNotFound = 3;
 constexpr std::uint32_t kErrorAccessDenied = 5;
 constexpr std::uint32_t kErrorInvalidHandle = 6;
 constexpr std::uint32_t kErrorNotEnoughMemory = 8;
+constexpr std::uint32_t kErrorInvalidData = 13;
 constexpr std::uint32_t kErrorInvalidParameter = 87;
 constexpr std::uint32_t kErrorBrokenPipe = 109;
 constexpr std::uint32_t kErrorInsufficientBuffer = 122;
@@ -27,6 +28,16 @@ constexpr std::uint32_t kErrorOperationAborted = 995;
 constexpr std::uint32_t kErrorNotFound = 1168;
 constexpr std::uint32_t kErrorIoPending = 997;
 constexpr std::uint32_t kWsaEWouldBlock = 10035;
+constexpr std::uint32_t kErrorNotSupported = 50;
+constexpr std::uint32_t kErrorModNotFound = 126;
+constexpr std::uint32_t kErrorProcNotFound = 127;
+constexpr std::uint32_t kErrorNoMoreItems = 259;
+constexpr std::uint32_t kErrorServiceAlreadyRunning = 1056;
+constexpr std::uint32_t kErrorServiceDisabled = 1058;
+constexpr std::uint32_t kErrorServiceDoesNotExist = 1060;
+constexpr std::uint32_t kErrorNotAllAssigned = 1300;
+constexpr std::uint32_t kErrorPrivilegeNotHeld = 1314;
+constexpr std::uint32_t kErrorUnsupportedType = 1630;
 
 // Registry calls answer with the error number directly (LSTATUS), like the Windows API.
 using RegStatus = std::int32_t;

@@ -21,6 +21,7 @@
 #include "platform/sim/SimRoot.h"
 #include "sim/ControlServer.h"
 #include "sim/SimRootLayout.h"
+#include "sim/WindowsControlCommands.h"
 #include "sim/efi/EfiControlCommands.h"
 #include "sim/i2c/I2cControlCommands.h"
 #include "sim/standin/StandInInstall.h"
@@ -136,6 +137,7 @@ int main(int argc, char** argv)
     i2cServer.add("EEPROM", i2cDevices.eeprom);
     if (!i2cServer.start(root, error)) std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
     halvern::sim::addI2cControlCommands(commands, i2cDevices);
+    halvern::sim::addWindowsControlCommands(commands);
     halvern::sim::ControlServerC control(commands);
     if (!control.start(root, error)) {
         std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());

@@ -3,7 +3,10 @@
 // controller's business, which the shutdown sequence has already told.
 #include "app/Log.h"
 #include "platform/Clock.h"
+#include "platform/Registry.h"
+#include "platform/Socket.h"
 #include "platform/Sync.h"
+#include "platform/Text.h"
 #include "platform/WinError.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sysmanager/SysManagerC.h"
@@ -12,6 +15,7 @@ namespace {
 
 const wchar_t* const kSshClient = L"C:\\Program Files\\OpenSSH\\ssh.exe";
 constexpr std::uint32_t kSshExitWaitMs = 1500;
+const char* const kDefaultSensorBoardAddress = "192.168.2.1";
 constexpr std::uint32_t kPlannedShutdownReason = 0x80000000u;
 
 int lastErrorNumber()
@@ -29,8 +33,26 @@ void SysManagerC::SetSensorBoardAddress(const std::string& address)
 
 std::string SysManagerC::GetSensorBoardAddress() const
 {
-    std::lock_guard<std::mutex> guard(m_lock);
-    return m_sensorBoardAddress;
+    {
+        std::lock_guard<std::mutex> guard(m_lock);
+        if (!m_sensorBoardAddress.empty()) return m_sensorBoardAddress;
+    }
+    // The instrument's board is at its fixed address; a development set-up or the simulated instrument
+    // names another one in the per-user settings.
+    std::string address = kDefaultSensorBoardAddress;
+    platform::UniqueRegKey key;
+    std::wstring configured;
+    std::uint32_t parsed = 0;
+    if (platform::regOpenKeyRead(platform::RegHive::CurrentUser, L"SOFTWARE\\Vexar\\Halvern", key) == 0 &&
+        platform::regQueryString(key, L"SensorBoardAddress", configured) == 0) {
+        const std::string text = platform::narrow(configured).value_or(std::string());
+        if (platform::parseIpv4(text, parsed))
+            address = text;
+        else
+            WriteLog("[ERROR]: SensorBoardAddress '%s' is not an IPv4 address, using %s", text.c_str(),
+                     address.c_str());
+    }
+    return address;
 }
 
 bool SysManagerC::RequestSensorboardHalt()

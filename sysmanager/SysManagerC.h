@@ -27,6 +27,29 @@ enum ApplicationPowerRequestType : std::int32_t {
     POWER_REQUEST_SHUTDOWN = 2,
 };
 
+// Windows time information as the command server exchanges it with time keeping: the first six fields of
+// a C tm, a zone name and whether automatic daylight-saving adjustment is off.
+struct WindowsTimeInfo {
+    std::int32_t tm_sec = 0;
+    std::int32_t tm_min = 0;
+    std::int32_t tm_hour = 0;
+    std::int32_t tm_mday = 0;
+    std::int32_t tm_mon = 0;   // 0..11
+    std::int32_t tm_year = 0;  // years since 1900
+    // Setting matches it against the zones' "Std" values; getting answers the zone's registry key name.
+    char timeZoneId[256] = {};
+    bool daylightSavingDisabled = false;
+};
+
+// A zone as the registry's "Time Zones" key describes it.
+struct TimeZoneDescription {
+    std::string displayName;
+    std::string standardName;
+    std::string keyName;
+    std::string daylightName;
+    platform::RegTziFormat tzi;
+};
+
 class SysManagerC {
 public:
     static SysManagerC* Instance();
@@ -77,7 +100,9 @@ public:
     // Power control: the configured reboot or shutdown of the whole instrument.
     bool PowerCycleScannerDevice();
     bool RequestSensorboardHalt();
-    // Where the sensor board is reached (its Ethernet address as dotted quad).
+    // Where the sensor board is reached (its Ethernet address as dotted quad): 192.168.2.1 unless the
+    // per-user setting "SensorBoardAddress" (REG_SZ) of "SOFTWARE\Vexar\Halvern" names another, or a
+    // test has set one.
     void SetSensorBoardAddress(const std::string& address);
     std::string GetSensorBoardAddress() const;
 
@@ -98,6 +123,32 @@ public:
     bool RecycleUsbPort(std::uint16_t portId);
     bool ReadUWFOverlay(std::uint32_t& consumptionMb, std::uint32_t& availableMb);
 
+    // True when the Windows time service runs or was started.
+    bool startW32TimeService();
+    // At start: Windows UTC time from the RTC plus the user's offset, and the user's zone; without a usable
+    // offset file the RTC time and "W. Europe Standard Time" with daylight saving. False only when the RTC
+    // cannot be reached at all.
+    bool GetRtcSystemTime();
+    bool GetWindowsTimeInformation(WindowsTimeInfo& info);
+    // Sets zone and local time, then keeps their difference to the RTC in the offset file; the RTC itself
+    // is never written here.
+    bool SetWindowsTimeInformation(const WindowsTimeInfo& info);
+    // After the RTC was set the offset means nothing: true when the file is gone (or its deletion was
+    // committed through the write filter).
+    bool deleteTimeOffsetFile();
+    bool CalculateAndSaveOffsetTzStdDlght();
+    // True when the three mandatory lines of the offset file were read.
+    bool GetCalcOffsetTzStdNameDlght(std::int64_t& offset, std::string& standardName, bool& daylightSaving);
+    bool AddCalculatedOffsetToCurTimeDate(const platform::SystemTime& rtcTime, std::int64_t offset,
+                                          platform::SystemTime& corrected);
+    // The first zone of the registry's "Time Zones" key whose "Std" value is `standardName`.
+    bool GetTzDisplayWndKeyAndStdName(const std::wstring& standardName, TimeZoneDescription& zone);
+    bool SetWindowsTimeZoneInfo(const WindowsTimeInfo& info);
+    bool SetWindowsDateTime(const WindowsTimeInfo& info, bool local);
+    // True when the write filter's state could be read; `active` starts as true, so a failure reports it
+    // active.
+    bool GetUWFilter(bool& active);
+
 private:
     SysManagerC() = default;
 
@@ -112,7 +163,8 @@ private:
     platform::ProcessInformationT m_diagnosticsService;
     platform::ProcessInformationT m_zentorBackend;
     platform::ProcessInformationT m_zentorFrontend;
-    std::string m_sensorBoardAddress = "192.168.2.1";
+    // Empty: the configured address (see GetSensorBoardAddress).
+    std::string m_sensorBoardAddress;
     // Written by the command server's thread, read by the main thread.
     std::atomic<std::int32_t> m_applicationPowerRequestType{POWER_REQUEST_QUIT};
     std::atomic<bool> m_powerRequestForce{false};

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -6,6 +7,7 @@
 #include "platform/FileSystem.h"
 #include "platform/Text.h"
 #include "platform/WinError.h"
+#include "platform/sim/SimObject.h"
 #include "platform/sim/SimRoot.h"
 
 namespace platform {
@@ -39,6 +41,18 @@ std::uint32_t errnoToWindows(int error)
             return kErrorInvalidParameter;
     }
 }
+
+// An open file of the sim root behind a handle.
+class SimFileC final : public sim::SimObjectC {
+public:
+    explicit SimFileC(int fd) : m_fd(fd) {}
+    ~SimFileC() override { ::close(m_fd); }
+    SimFileC(const SimFileC&) = delete;
+    SimFileC& operator=(const SimFileC&) = delete;
+
+private:
+    int m_fd;
+};
 
 }  // namespace
 
@@ -137,6 +151,34 @@ bool deleteFile(const std::wstring& windowsPath)
         return false;
     }
     return true;
+}
+
+UniqueHandle createFile(const std::wstring& windowsPath, std::uint32_t access, std::uint32_t, bool,
+                        std::uint32_t disposition, std::uint32_t)
+{
+    const std::string path = resolve(windowsPath);
+    if (path.empty()) {
+        setLastError(kErrorPathNotFound);
+        return UniqueHandle();
+    }
+    const bool reads = (access & kGenericRead) != 0;
+    const bool writes = (access & (kGenericWrite | kFileAppendData)) != 0;
+    int flags = reads && writes ? O_RDWR : (writes ? O_WRONLY : O_RDONLY);
+    if (disposition == kOpenAlways) flags |= O_CREAT;
+    if (disposition == kCreateAlways) flags |= O_CREAT | O_TRUNC;
+    struct stat st {};
+    // Windows refuses write access to a read-only file even to an administrator; root here would not.
+    if (writes && ::stat(path.c_str(), &st) == 0 && isReadOnly(st)) {
+        setLastError(kErrorAccessDenied);
+        return UniqueHandle();
+    }
+    const int fd = ::open(path.c_str(), flags | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        // A missing folder on the way is a path error on Windows, a missing file a file error.
+        setLastError(errno == ENOENT && disposition != kOpenExisting ? kErrorPathNotFound : errnoToWindows(errno));
+        return UniqueHandle();
+    }
+    return UniqueHandle(sim::registerObject(std::make_unique<SimFileC>(fd)));
 }
 
 bool createDirectory(const std::wstring& windowsPath)

@@ -1,4 +1,9 @@
+#include <dirent.h>
+#include <strings.h>
 #include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
 
 #include <fstream>
 #include <sstream>
@@ -41,6 +46,37 @@ std::optional<std::uint32_t> typeFromName(const std::string& name)
         if (name == entry.name) return entry.type;
     }
     return std::nullopt;
+}
+
+std::optional<std::vector<std::uint8_t>> hexBytes(const std::string& text)
+{
+    std::vector<std::uint8_t> bytes;
+    int high = -1;
+    for (char c : text) {
+        if (c == ' ' || c == ',' || c == '\n' || c == '\t') continue;
+        if (!std::isxdigit(static_cast<unsigned char>(c))) return std::nullopt;
+        const int digit = std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : std::tolower(c) - 'a' + 10;
+        if (high < 0) {
+            high = digit;
+        } else {
+            bytes.push_back(static_cast<std::uint8_t>(high * 16 + digit));
+            high = -1;
+        }
+    }
+    if (high >= 0) return std::nullopt;
+    return bytes;
+}
+
+std::string hexText(const std::vector<std::uint8_t>& bytes)
+{
+    static const char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (i > 0) text += ' ';
+        text += kDigits[bytes[i] >> 4];
+        text += kDigits[bytes[i] & 0xF];
+    }
+    return text;
 }
 
 std::string hiveFolder(RegHive hive)
@@ -112,6 +148,70 @@ RegStatus regOpenKeyRead(RegHive hive, const std::wstring& subKey, UniqueRegKey&
     const std::string folder = sim::keyFolder(hive, narrow(subKey).value_or(std::string()));
     if (folder.empty() || !sim::isDirectory(folder)) return static_cast<RegStatus>(kErrorFileNotFound);
     key.reset(new SimRegKeyC{folder});
+    return static_cast<RegStatus>(kErrorSuccess);
+}
+
+RegStatus regOpenKeyRead(const UniqueRegKey& parent, const std::wstring& subKey, UniqueRegKey& key)
+{
+    if (!parent) {
+        key.reset();
+        return static_cast<RegStatus>(kErrorInvalidHandle);
+    }
+    const std::string folder = sim::resolveBelow(static_cast<SimRegKeyC*>(parent.get())->folder,
+                                                 sim::splitWindowsPath(narrow(subKey).value_or(std::string())));
+    if (!sim::isDirectory(folder)) {
+        key.reset();
+        return static_cast<RegStatus>(kErrorFileNotFound);
+    }
+    key.reset(new SimRegKeyC{folder});
+    return static_cast<RegStatus>(kErrorSuccess);
+}
+
+RegStatus regEnumKey(const UniqueRegKey& key, std::uint32_t index, std::wstring& name)
+{
+    if (!key) return static_cast<RegStatus>(kErrorInvalidHandle);
+    const std::string& folder = static_cast<SimRegKeyC*>(key.get())->folder;
+    std::vector<std::string> subKeys;
+    if (DIR* dir = opendir(folder.c_str())) {
+        while (dirent* entry = readdir(dir)) {
+            const std::string entryName = entry->d_name;
+            if (entryName == "." || entryName == "..") continue;
+            // The entry's type saves a look at each one; a link or an unknown type is looked at.
+            const bool isKey = entry->d_type == DT_DIR || ((entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) &&
+                                                           sim::isDirectory(folder + "/" + entryName));
+            if (isKey) subKeys.push_back(entryName);
+        }
+        closedir(dir);
+    }
+    // The registry keeps subkeys ordered by name, without regard to case.
+    std::sort(subKeys.begin(), subKeys.end(),
+              [](const std::string& a, const std::string& b) { return strcasecmp(a.c_str(), b.c_str()) < 0; });
+    if (index >= subKeys.size()) return static_cast<RegStatus>(kErrorNoMoreItems);
+    name = widen(subKeys[index]);
+    return static_cast<RegStatus>(kErrorSuccess);
+}
+
+RegStatus regQueryString(const UniqueRegKey& key, const std::wstring& valueName, std::wstring& value)
+{
+    if (!key) return static_cast<RegStatus>(kErrorInvalidHandle);
+    auto stored =
+        sim::readValue(static_cast<SimRegKeyC*>(key.get())->folder, narrow(valueName).value_or(std::string()));
+    if (!stored) return static_cast<RegStatus>(kErrorFileNotFound);
+    if (stored->type != kRegSz && stored->type != kRegExpandSz) return static_cast<RegStatus>(kErrorUnsupportedType);
+    value = widen(stored->data);
+    return static_cast<RegStatus>(kErrorSuccess);
+}
+
+RegStatus regQueryBinary(const UniqueRegKey& key, const std::wstring& valueName, std::vector<std::uint8_t>& data)
+{
+    if (!key) return static_cast<RegStatus>(kErrorInvalidHandle);
+    auto stored =
+        sim::readValue(static_cast<SimRegKeyC*>(key.get())->folder, narrow(valueName).value_or(std::string()));
+    if (!stored) return static_cast<RegStatus>(kErrorFileNotFound);
+    if (stored->type != kRegBinary) return static_cast<RegStatus>(kErrorUnsupportedType);
+    auto bytes = sim::hexBytes(stored->data);
+    if (!bytes) return static_cast<RegStatus>(kErrorInvalidParameter);
+    data = *bytes;
     return static_cast<RegStatus>(kErrorSuccess);
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/Registry.h"
 
@@ -25,6 +26,10 @@ std::string valueFileName(const std::string& valueName);
 
 std::optional<RegValueC> readValue(const std::string& keyFolderPath, const std::string& valueName);
 bool writeValue(RegHive hive, const std::string& subKey, const std::string& valueName, const RegValueC& value);
+
+// REG_BINARY data as stored: pairs of hex digits, blanks and commas between them ignored.
+std::optional<std::vector<std::uint8_t>> hexBytes(const std::string& text);
+std::string hexText(const std::vector<std::uint8_t>& bytes);
 
 const char* typeName(std::uint32_t type);
 std::optional<std::uint32_t> typeFromName(const std::string& name);

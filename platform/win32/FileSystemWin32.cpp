@@ -5,6 +5,7 @@
 
 #include "platform/FileSystem.h"
 #include "platform/Text.h"
+#include "platform/win32/OwnHandle.h"
 
 namespace platform {
 
@@ -74,6 +75,16 @@ bool deleteFile(const std::wstring& windowsPath)
 bool createDirectory(const std::wstring& windowsPath)
 {
     return CreateDirectoryW(windowsPath.c_str(), nullptr) != FALSE;
+}
+
+UniqueHandle createFile(const std::wstring& windowsPath, std::uint32_t access, std::uint32_t shareMode,
+                        bool inheritHandle, std::uint32_t disposition, std::uint32_t attributes)
+{
+    SECURITY_ATTRIBUTES security{};
+    security.nLength = sizeof security;
+    security.bInheritHandle = inheritHandle ? TRUE : FALSE;
+    return win32::ownFileHandle(
+        CreateFileW(windowsPath.c_str(), access, shareMode, &security, disposition, attributes, nullptr));
 }
 
 std::string nativePath(const std::string& windowsPath)

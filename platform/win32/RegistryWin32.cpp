@@ -1,5 +1,7 @@
 #include <windows.h>
 
+#include <cstring>
+
 #include "platform/Registry.h"
 
 namespace platform {
@@ -26,6 +28,68 @@ RegStatus regOpenKeyRead(RegHive hive, const std::wstring& subKey, UniqueRegKey&
     // After a failed open the caller holds no key, whatever it held before: a stale key must not pass for
     // the one asked for.
     key.reset(status == ERROR_SUCCESS ? opened : nullptr);
+    return status;
+}
+
+RegStatus regOpenKeyRead(const UniqueRegKey& parent, const std::wstring& subKey, UniqueRegKey& key)
+{
+    HKEY opened = nullptr;
+    const LSTATUS status = RegOpenKeyExW(static_cast<HKEY>(parent.get()), subKey.c_str(), 0, KEY_READ, &opened);
+    key.reset(status == ERROR_SUCCESS ? opened : nullptr);
+    return status;
+}
+
+RegStatus regEnumKey(const UniqueRegKey& key, std::uint32_t index, std::wstring& name)
+{
+    // Key names are at most 255 characters.
+    wchar_t buffer[256] = {};
+    DWORD length = 256;
+    const LSTATUS status =
+        RegEnumKeyExW(static_cast<HKEY>(key.get()), index, buffer, &length, nullptr, nullptr, nullptr, nullptr);
+    if (status == ERROR_SUCCESS) name.assign(buffer, length);
+    return status;
+}
+
+namespace {
+
+// RegGetValueW in two steps: the size, then the data (a value that grew in between is asked again).
+LSTATUS getValue(const UniqueRegKey& key, const std::wstring& valueName, DWORD flags, std::vector<BYTE>& data)
+{
+    for (;;) {
+        DWORD size = 0;
+        LSTATUS status =
+            RegGetValueW(static_cast<HKEY>(key.get()), nullptr, valueName.c_str(), flags, nullptr, nullptr, &size);
+        if (status != ERROR_SUCCESS) return status;
+        data.assign(size, 0);
+        status = RegGetValueW(static_cast<HKEY>(key.get()), nullptr, valueName.c_str(), flags, nullptr,
+                              data.empty() ? nullptr : data.data(), &size);
+        if (status == ERROR_MORE_DATA) continue;
+        if (status == ERROR_SUCCESS) data.resize(size);
+        return status;
+    }
+}
+
+}  // namespace
+
+RegStatus regQueryString(const UniqueRegKey& key, const std::wstring& valueName, std::wstring& value)
+{
+    std::vector<BYTE> data;
+    const LSTATUS status = getValue(key, valueName, RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND, data);
+    if (status != ERROR_SUCCESS) return status;
+    std::wstring text(data.size() / sizeof(wchar_t), L'\0');
+    if (!text.empty()) std::memcpy(&text[0], data.data(), text.size() * sizeof(wchar_t));
+    // RegGetValueW guarantees the terminator; it is not part of the text.
+    const auto end = text.find(L'\0');
+    if (end != std::wstring::npos) text.resize(end);
+    value = text;
+    return status;
+}
+
+RegStatus regQueryBinary(const UniqueRegKey& key, const std::wstring& valueName, std::vector<std::uint8_t>& data)
+{
+    std::vector<BYTE> bytes;
+    const LSTATUS status = getValue(key, valueName, RRF_RT_REG_BINARY, bytes);
+    if (status == ERROR_SUCCESS) data.assign(bytes.begin(), bytes.end());
     return status;
 }
 

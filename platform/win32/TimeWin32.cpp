@@ -1,14 +1,136 @@
 #include <windows.h>
 
+#include <cwchar>
+
 #include "platform/Time.h"
 
 namespace platform {
+
+namespace {
+
+SystemTime fromWindows(const SYSTEMTIME& st)
+{
+    return SystemTime{st.wYear, st.wMonth, st.wDayOfWeek, st.wDay, st.wHour, st.wMinute, st.wSecond, st.wMilliseconds};
+}
+
+SYSTEMTIME toWindows(const SystemTime& time)
+{
+    SYSTEMTIME st{};
+    st.wYear = time.year;
+    st.wMonth = time.month;
+    st.wDayOfWeek = time.dayOfWeek;
+    st.wDay = time.day;
+    st.wHour = time.hour;
+    st.wMinute = time.minute;
+    st.wSecond = time.second;
+    st.wMilliseconds = time.milliseconds;
+    return st;
+}
+
+template <std::size_t N>
+void copyName(wchar_t (&target)[N], const WCHAR* source)
+{
+    std::size_t i = 0;
+    for (; i + 1 < N && source[i] != 0; ++i)
+        target[i] = static_cast<wchar_t>(source[i]);
+    target[i] = L'\0';
+}
+
+// Wine passes a clock change on to the machine it runs on. The Windows build is tested under Wine, and
+// the machine running the tests is not the instrument: under Wine the clock and zone are never set.
+bool runningUnderWine()
+{
+    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+}
+
+bool refusedUnderWine()
+{
+    if (!runningUnderWine()) return false;
+    SetLastError(ERROR_ACCESS_DENIED);
+    return true;
+}
+
+}  // namespace
 
 SystemTime localTime()
 {
     SYSTEMTIME st{};
     GetLocalTime(&st);
-    return SystemTime{st.wYear, st.wMonth, st.wDayOfWeek, st.wDay, st.wHour, st.wMinute, st.wSecond, st.wMilliseconds};
+    return fromWindows(st);
+}
+
+SystemTime systemTime()
+{
+    SYSTEMTIME st{};
+    GetSystemTime(&st);
+    return fromWindows(st);
+}
+
+bool setSystemTime(const SystemTime& time)
+{
+    if (refusedUnderWine()) return false;
+    const SYSTEMTIME st = toWindows(time);
+    return SetSystemTime(&st) != FALSE;
+}
+
+bool setLocalTime(const SystemTime& time)
+{
+    if (refusedUnderWine()) return false;
+    const SYSTEMTIME st = toWindows(time);
+    return SetLocalTime(&st) != FALSE;
+}
+
+bool systemTimeToFileTime(const SystemTime& time, FileTime& fileTime)
+{
+    const SYSTEMTIME st = toWindows(time);
+    FILETIME ft{};
+    if (!SystemTimeToFileTime(&st, &ft)) return false;
+    fileTime = (static_cast<FileTime>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime;
+    return true;
+}
+
+bool fileTimeToSystemTime(FileTime fileTime, SystemTime& time)
+{
+    FILETIME ft{};
+    ft.dwLowDateTime = static_cast<DWORD>(fileTime & 0xFFFFFFFF);
+    ft.dwHighDateTime = static_cast<DWORD>(fileTime >> 32);
+    SYSTEMTIME st{};
+    if (!FileTimeToSystemTime(&ft, &st)) return false;
+    time = fromWindows(st);
+    return true;
+}
+
+std::uint32_t getDynamicTimeZoneInformation(DynamicTimeZoneInformation& info)
+{
+    DYNAMIC_TIME_ZONE_INFORMATION dtzi{};
+    const DWORD result = GetDynamicTimeZoneInformation(&dtzi);
+    info.bias = dtzi.Bias;
+    copyName(info.standardName, dtzi.StandardName);
+    info.standardDate = fromWindows(dtzi.StandardDate);
+    info.standardBias = dtzi.StandardBias;
+    copyName(info.daylightName, dtzi.DaylightName);
+    info.daylightDate = fromWindows(dtzi.DaylightDate);
+    info.daylightBias = dtzi.DaylightBias;
+    copyName(info.timeZoneKeyName, dtzi.TimeZoneKeyName);
+    info.dynamicDaylightTimeDisabled = dtzi.DynamicDaylightTimeDisabled != FALSE;
+    return result;
+}
+
+bool setDynamicTimeZoneInformation(const DynamicTimeZoneInformation& info)
+{
+    if (refusedUnderWine()) return false;
+    DYNAMIC_TIME_ZONE_INFORMATION dtzi{};
+    dtzi.Bias = info.bias;
+    copyName(dtzi.StandardName, info.standardName);
+    dtzi.StandardDate = toWindows(info.standardDate);
+    dtzi.StandardBias = info.standardBias;
+    copyName(dtzi.DaylightName, info.daylightName);
+    dtzi.DaylightDate = toWindows(info.daylightDate);
+    dtzi.DaylightBias = info.daylightBias;
+    copyName(dtzi.TimeZoneKeyName, info.timeZoneKeyName);
+    dtzi.DynamicDaylightTimeDisabled = info.dynamicDaylightTimeDisabled ? TRUE : FALSE;
+    return SetDynamicTimeZoneInformation(&dtzi) != FALSE;
 }
 
 }  // namespace platform

@@ -27,5 +27,7 @@ void sendEfiFailure(SEP::ReceivedCommandC& command);
 std::vector<HandlerEntryT> efiHandlers();
 // API level, power cycle and shutdown state.
 std::vector<HandlerEntryT> systemHandlers();
+// The I2C real-time clock and the Windows time information.
+std::vector<HandlerEntryT> timeHandlers();
 
 }  // namespace HalvernSepHandlers

@@ -151,7 +151,8 @@ const char* HalvernSepImpl::CommandName(std::uint16_t messageId)
 void HalvernSepImpl::RegisterHandlers(SEP::ChannelC& channel)
 {
     std::vector<HalvernSepHandlers::HandlerEntryT> completed;
-    for (auto group : {HalvernSepHandlers::systemHandlers, HalvernSepHandlers::efiHandlers}) {
+    for (auto group :
+         {HalvernSepHandlers::systemHandlers, HalvernSepHandlers::efiHandlers, HalvernSepHandlers::timeHandlers}) {
         const auto entries = group();
         completed.insert(completed.end(), entries.begin(), entries.end());
     }

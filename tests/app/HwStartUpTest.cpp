@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "app/StartUpSteps.h"
 #include "sim/efi/EfiControllerModel.h"
 #include "sim/efi/EfiServiceSim.h"
@@ -42,6 +44,22 @@ std::vector<std::string> concat(std::vector<std::string> a, const std::vector<st
     return a;
 }
 
+// HwRelatedInit ends with the time steps, whose lines depend on the time service and clock of the machine
+// (they have tests of their own); these tests look at the rest.
+std::vector<std::string> withoutTimeSteps(std::vector<std::string> messages)
+{
+    const char* const timeSteps[] = {"W32Time", "Windows Time Service", "[SysManagerC::GetI2cRtcTime]",
+                                     "[SysManagerC::GetRtcSystemTime]", "SetRtcSystemTime Failed"};
+    messages.erase(std::remove_if(messages.begin(), messages.end(),
+                                  [&timeSteps](const std::string& message) {
+                                      for (const char* step : timeSteps)
+                                          if (message.find(step) != std::string::npos) return true;
+                                      return false;
+                                  }),
+                   messages.end());
+    return messages;
+}
+
 class HwStartUpTest : public InstrumentTest {
 protected:
     void TearDown() override
@@ -63,7 +81,7 @@ TEST_F(HwStartUpTest, WithTheServiceTheCheckReportsWhatItSaysAndStartUpGoesOn)
     m_model.setHwStatus(status);
 
     HwRelatedInit();
-    EXPECT_THAT(logMessages(), ::testing::ElementsAre(kSpbFailed, kSpbDone))
+    EXPECT_THAT(withoutTimeSteps(logMessages()), ::testing::ElementsAre(kSpbFailed, kSpbDone))
         << "opening the EFI link is silent when it works";
     EXPECT_FALSE(isHwErrorDetected(false));
     EXPECT_FALSE(isHwErrorDetected(true));
@@ -78,7 +96,7 @@ TEST_F(HwStartUpTest, WithTheServiceTheCheckReportsWhatItSaysAndStartUpGoesOn)
                        "[INFO]: isHwErrorDetected: Successfully parsed EFI's HW status"},
                       concat(componentLines(true, false, true, true),
                              {"[ERROR] Result Hardware Components Check FAILED!", kRule})));
-    EXPECT_THAT(logMessages(), ::testing::ElementsAreArray(expected));
+    EXPECT_THAT(withoutTimeSteps(logMessages()), ::testing::ElementsAreArray(expected));
 }
 
 TEST_F(HwStartUpTest, AMalformedStatusCountsAsNotReady)
@@ -89,7 +107,7 @@ TEST_F(HwStartUpTest, AMalformedStatusCountsAsNotReady)
     m_model.setHwStatus(status);
     HwRelatedInit();
     EXPECT_FALSE(isHwErrorDetected(false));
-    EXPECT_THAT(logMessages(),
+    EXPECT_THAT(withoutTimeSteps(logMessages()),
                 ::testing::ElementsAreArray(
                     concat({kSpbFailed, kSpbDone, kRule, "Got EFI service HW status: EFIRunningMode:1,FPGAReady:1",
                             "[parseHwStatus] [ERROR]: Failed to parse Hw status reply from EFI!",
@@ -102,7 +120,7 @@ TEST_F(HwStartUpTest, WithoutTheServiceStartUpSaysSoAndGoesOn)
 {
     HwRelatedInit();
     EXPECT_FALSE(isHwErrorDetected(false));
-    EXPECT_THAT(logMessages(),
+    EXPECT_THAT(withoutTimeSteps(logMessages()),
                 ::testing::ElementsAreArray(concat(
                     {"[EFIServiceIPC::OpenEFINamedPipe] [ERROR]: Could not open pipe. GLE=2",
                      "[EFIServiceIPC::InitializeEFICommunication] [ERROR]: Cannot open EFI Main Communication pipe!",

@@ -52,6 +52,9 @@ in_order "[HW Status] *****************************" \
     "Got EFI service HW status: EFIRunningMode:1,FPGAReady:1,HPSReady:1,TELOReady:1," \
     "[INFO]: isHwErrorDetected: Successfully parsed EFI's HW status" "[HW Status] FPGA Ready	: OK"
 ctl() { "$halvern_sim" ctl --root "$root" "$@"; }
+# The start set the instrument's own clock from its RTC and, without a user's choice, the default zone.
+in_order "W32Time Service started." "The time zone (standard) name was set successfully."
+ctl clock get | grep -qF " zone W. Europe Standard Time" || fail "the instrument's zone is not the default one"
 [ "$(ctl efi button press)" = "OK pressed (1 reader)" ] || fail "the power button did not reach Halvern's reader"
 wait_for_line "++WM_EFI_NOTIFICATION : Notification 1 received"
 ctl efi nonsense > /dev/null && fail "an unknown control command was accepted"
@@ -102,7 +105,7 @@ in_order "++WM_EFI_NOTIFICATION : Notification 1 received" "++WM_EFI_NOTIFICATIO
     "[2] DestroyLocalComponents" "++ WM_DESTROY received"
 # The simulated instrument is off: the sensor board halted over ssh, Windows shut down without reboot.
 grep -qx "force=1 timeout=0 reboot=0 reason=0x80000000" "$root/sim/power/shutdown" || fail "no shutdown recorded"
-[ -f "$root/sim/sensorboard/halted" ] || fail "the sensor board was not halted"
+grep -qx "root@127.0.0.1 init 0" "$root/sim/sensorboard/halted" || fail "the sensor board was not halted"
 grep -qx "frontend exited 0" "$root/sim/apps/log" || fail "the frontend did not end by itself"
 grep -qxF "halvern-sim: power LED steps: OFF:OFF:OFF ON:OFF:OFF OFF:OFF:OFF BLINK:OFF:OFF" "$work/button.out" ||
     fail "the power LED did not go red, then blinking red"

@@ -9,13 +9,37 @@ namespace halvern::test {
 
 namespace {
 std::string g_root;
+
+// The registry's zones are the same on every instrument and take hundreds of files: the tests' instruments
+// share one tree, written once per test run, instead of each writing its own.
+const std::string& sharedTimeZones()
+{
+    // Never destroyed: the clean-up at exit still needs it.
+    static const std::string* folder = [] {
+        std::string error;
+        const std::string base = sim::makeTemporarySimRoot(error);
+        auto* path = new std::string();
+        if (base.empty() || !sim::installTimeZones(base + "/Time Zones", error)) return path;
+        *path = base + "/Time Zones";
+        std::atexit([] {
+            std::error_code ignored;
+            std::filesystem::remove_all(std::filesystem::path(sharedTimeZones()).parent_path(), ignored);
+        });
+        return path;
+    }();
+    return *folder;
 }
+}  // namespace
 
 void prepareInstrument()
 {
     std::string error;
     g_root = sim::makeTemporarySimRoot(error);
     ASSERT_FALSE(g_root.empty()) << error;
+    const std::filesystem::path zones = sim::timeZonesKeyFolder(g_root);
+    std::error_code linkError;
+    std::filesystem::create_directories(zones.parent_path(), linkError);
+    if (!sharedTimeZones().empty()) std::filesystem::create_directory_symlink(sharedTimeZones(), zones, linkError);
     ASSERT_TRUE(sim::createSimRootLayout(g_root, error)) << error;
     platform::sim::setRoot(g_root);
     // In-process start-ups listen on free ports, so that test runs and a running instrument coexist.

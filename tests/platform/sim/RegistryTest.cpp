@@ -47,6 +47,42 @@ TEST_F(RegistryTest, ValuesAreReadWithWindowsResults)
     EXPECT_FALSE(missing);
 }
 
+TEST_F(RegistryTest, SubkeysAreEnumeratedByNameAndValuesKeepTheirTypes)
+{
+    for (const char* name : {"beta", "Alpha", "gamma\\Inner"})
+        ASSERT_TRUE(platform::sim::writeValue(RegHive::LocalMachine, std::string("SOFTWARE\\Test\\") + name, "Text",
+                                              {platform::kRegSz, name}));
+    ASSERT_TRUE(platform::sim::writeValue(RegHive::LocalMachine, "SOFTWARE\\Test", "Bytes",
+                                          {platform::kRegBinary, "c4 ff,FF ff 00"}));
+    platform::UniqueRegKey key;
+    ASSERT_EQ(platform::regOpenKeyRead(RegHive::LocalMachine, L"SOFTWARE\\Test", key), 0);
+    std::vector<std::wstring> names;
+    std::wstring name;
+    std::uint32_t index = 0;
+    for (; platform::regEnumKey(key, index, name) == 0; ++index)
+        names.push_back(name);
+    EXPECT_EQ(names, (std::vector<std::wstring>{L"Alpha", L"beta", L"gamma"})) << "keys only, without regard to case";
+    EXPECT_EQ(platform::regEnumKey(key, index, name), static_cast<platform::RegStatus>(platform::kErrorNoMoreItems));
+
+    platform::UniqueRegKey inner;
+    ASSERT_EQ(platform::regOpenKeyRead(key, L"GAMMA\\inner", inner), 0);
+    std::wstring text;
+    EXPECT_EQ(platform::regQueryString(inner, L"Text", text), 0);
+    EXPECT_EQ(text, L"gamma\\Inner");
+    std::vector<std::uint8_t> bytes;
+    EXPECT_EQ(platform::regQueryBinary(key, L"Bytes", bytes), 0);
+    EXPECT_EQ(bytes, (std::vector<std::uint8_t>{0xC4, 0xFF, 0xFF, 0xFF, 0x00}));
+    EXPECT_EQ(platform::regQueryString(key, L"Bytes", text),
+              static_cast<platform::RegStatus>(platform::kErrorUnsupportedType));
+    EXPECT_EQ(platform::regQueryBinary(inner, L"Text", bytes),
+              static_cast<platform::RegStatus>(platform::kErrorUnsupportedType));
+    EXPECT_EQ(platform::regQueryString(inner, L"Missing", text),
+              static_cast<platform::RegStatus>(platform::kErrorFileNotFound));
+    platform::UniqueRegKey missing;
+    EXPECT_EQ(platform::regOpenKeyRead(key, L"delta", missing),
+              static_cast<platform::RegStatus>(platform::kErrorFileNotFound));
+}
+
 TEST_F(RegistryTest, StartUpSettingsDefaultWithoutTheKey)
 {
     std::filesystem::remove_all(platform::sim::keyFolder(RegHive::CurrentUser, "SOFTWARE\\Vexar"));

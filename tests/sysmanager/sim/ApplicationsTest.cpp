@@ -66,7 +66,6 @@ protected:
         ASSERT_TRUE(sim::installStandIns(platform::sim::root(), HALVERN_STANDIN_PROGRAM, error)) << error;
         manager = SysManagerC::Instance();
         manager->SetBackendToFrontendDelay(0);
-        manager->SetSensorBoardAddress("127.0.0.1");
     }
     void TearDown() override
     {
@@ -178,6 +177,17 @@ TEST_F(ApplicationsTest, APowerCycleHaltsTheSensorBoardAndShutsWindowsDownWithou
                                         "[SysManagerC::RequestSensorboardHalt]: SSH Process Succesfully finished",
                                         "[SysManagerC::PowerCycleScannerDevice]: System Shutdown initiated "
                                         "successfully "}));
+}
+
+TEST_F(ApplicationsTest, TheSensorBoardIsWhereTheSettingsSayAndOnlyThere)
+{
+    EXPECT_EQ(manager->GetSensorBoardAddress(), "127.0.0.1") << "the simulated instrument's own setting";
+    std::ofstream(platform::sim::root() + "/registry/HKCU/SOFTWARE/Vexar/Halvern/SensorBoardAddress", std::ios::trunc)
+        << "REG_SZ\nsensorboard.local\n";
+    EXPECT_EQ(manager->GetSensorBoardAddress(), "192.168.2.1");
+    EXPECT_NE(findMessage(logMessages(),
+                          "[ERROR]: SensorBoardAddress 'sensorboard.local' is not an IPv4 address, using 192.168.2.1"),
+              -1);
 }
 
 TEST_F(ApplicationsTest, OnlyRebootAndShutdownArePowerCycles)

@@ -1,0 +1,47 @@
+#pragma once
+// Windows services through the service control manager. On the simulation platform a service exists when
+// its key "SYSTEM\CurrentControlSet\Services\NAME" is in the sim root's registry (a "Start" value of 4
+// disables it), and its state is the file "services/NAME" of the sim root (absent: stopped). A started
+// service answers one status query as start pending and then runs, as a quick Windows service does.
+#include <cstdint>
+#include <string>
+#include <utility>
+
+namespace platform {
+
+constexpr std::uint32_t kServiceStopped = 1;
+constexpr std::uint32_t kServiceStartPending = 2;
+constexpr std::uint32_t kServiceStopPending = 3;
+constexpr std::uint32_t kServiceRunning = 4;
+
+// SC_HANDLE and its one owner (CloseServiceHandle).
+class UniqueServiceHandle {
+public:
+    UniqueServiceHandle() = default;
+    explicit UniqueServiceHandle(void* handle) : m_handle(handle) {}
+    UniqueServiceHandle(const UniqueServiceHandle&) = delete;
+    UniqueServiceHandle& operator=(const UniqueServiceHandle&) = delete;
+    UniqueServiceHandle(UniqueServiceHandle&& other) noexcept : m_handle(std::exchange(other.m_handle, nullptr)) {}
+    UniqueServiceHandle& operator=(UniqueServiceHandle&& other) noexcept
+    {
+        if (this != &other) reset(std::exchange(other.m_handle, nullptr));
+        return *this;
+    }
+    ~UniqueServiceHandle() { reset(); }
+    explicit operator bool() const { return m_handle != nullptr; }
+    void* get() const { return m_handle; }
+    void reset(void* handle = nullptr);
+
+private:
+    void* m_handle = nullptr;
+};
+
+// OpenSCManagerW / OpenServiceW with full access: an empty owner with the last error set on failure.
+UniqueServiceHandle openServiceManager();
+UniqueServiceHandle openService(const UniqueServiceHandle& manager, const std::wstring& name);
+// QueryServiceStatusEx: the current state (kServiceStopped ...).
+bool queryServiceState(const UniqueServiceHandle& service, std::uint32_t& state);
+// StartServiceW without arguments.
+bool startService(const UniqueServiceHandle& service);
+
+}  // namespace platform

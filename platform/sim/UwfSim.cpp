@@ -1,0 +1,80 @@
+#include <fstream>
+#include <mutex>
+
+#include "platform/FileSystem.h"
+#include "platform/Text.h"
+#include "platform/sim/SimRoot.h"
+#include "platform/sim/SimWriteFilter.h"
+
+namespace platform::sim {
+
+namespace {
+
+// HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND) and E_INVALIDARG.
+constexpr std::int32_t kHresultFileNotFound = static_cast<std::int32_t>(0x80070002u);
+constexpr std::int32_t kHresultInvalidArgument = static_cast<std::int32_t>(0x80070057u);
+
+std::mutex g_commitLock;
+
+std::string commitsFile(const std::string& rootPath)
+{
+    return rootPath + "/uwf/commits";
+}
+
+std::int32_t record(const char* function, const wchar_t* volume, const wchar_t* file)
+{
+    if (volume == nullptr || file == nullptr) return kHresultInvalidArgument;
+    const std::string line = std::string(function) + ' ' + narrow(volume).value_or(std::string()) + ' ' +
+                             narrow(file).value_or(std::string());
+    std::lock_guard<std::mutex> guard(g_commitLock);
+    if (!makeDirectories(root() + "/uwf")) return kHresultInvalidArgument;
+    std::ofstream out(commitsFile(root()), std::ios::app);
+    out << line << '\n';
+    return out ? 0 : kHresultInvalidArgument;
+}
+
+std::string onVolume(const wchar_t* volume, const wchar_t* file)
+{
+    return narrow(volume).value_or(std::string()) + narrow(file).value_or(std::string());
+}
+
+// The library's entry points: volume ("C:") and the path on that volume, an HRESULT back.
+std::int32_t commitFile(const wchar_t* volume, const wchar_t* file)
+{
+    if (volume == nullptr || file == nullptr) return kHresultInvalidArgument;
+    if (getFileAttributes(widen(onVolume(volume, file))) == kInvalidFileAttributes) return kHresultFileNotFound;
+    return record("UwfCfgCommitFile", volume, file);
+}
+
+std::int32_t commitFileDeletion(const wchar_t* volume, const wchar_t* file)
+{
+    if (volume == nullptr || file == nullptr) return kHresultInvalidArgument;
+    // The file goes from the overlay and from the volume beneath it at once.
+    const std::wstring path = widen(onVolume(volume, file));
+    if (getFileAttributes(path) == kInvalidFileAttributes) return kHresultFileNotFound;
+    if (!deleteFile(path)) return kHresultInvalidArgument;
+    return record("UwfCfgCommitFileDeletion", volume, file);
+}
+
+}  // namespace
+
+std::vector<SimExportS> uwfConfigLibraryExports()
+{
+    using CommitFn = std::int32_t (*)(const wchar_t*, const wchar_t*);
+    CommitFn commit = commitFile;
+    CommitFn deletion = commitFileDeletion;
+    return {{"UwfCfgCommitFile", reinterpret_cast<ProcAddress>(commit)},
+            {"UwfCfgCommitFileDeletion", reinterpret_cast<ProcAddress>(deletion)}};
+}
+
+std::vector<std::string> uwfCommits(const std::string& rootPath)
+{
+    std::vector<std::string> lines;
+    std::ifstream in(commitsFile(rootPath));
+    std::string line;
+    while (std::getline(in, line))
+        lines.push_back(line);
+    return lines;
+}
+
+}  // namespace platform::sim

@@ -1,0 +1,23 @@
+#include <windows.h>
+
+#include "platform/DynamicLibrary.h"
+
+namespace platform {
+
+void UniqueModule::reset(void* module)
+{
+    if (m_module != nullptr) FreeLibrary(static_cast<HMODULE>(m_module));
+    m_module = module;
+}
+
+UniqueModule loadLibrary(const std::wstring& name)
+{
+    return UniqueModule(LoadLibraryW(name.c_str()));
+}
+
+ProcAddress getProcAddress(const UniqueModule& module, const char* name)
+{
+    return reinterpret_cast<ProcAddress>(GetProcAddress(static_cast<HMODULE>(module.get()), name));
+}
+
+}  // namespace platform

@@ -1,0 +1,39 @@
+#include <windows.h>
+
+#include "platform/Service.h"
+
+namespace platform {
+
+void UniqueServiceHandle::reset(void* handle)
+{
+    if (m_handle != nullptr) CloseServiceHandle(static_cast<SC_HANDLE>(m_handle));
+    m_handle = handle;
+}
+
+UniqueServiceHandle openServiceManager()
+{
+    return UniqueServiceHandle(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+}
+
+UniqueServiceHandle openService(const UniqueServiceHandle& manager, const std::wstring& name)
+{
+    return UniqueServiceHandle(OpenServiceW(static_cast<SC_HANDLE>(manager.get()), name.c_str(), SERVICE_ALL_ACCESS));
+}
+
+bool queryServiceState(const UniqueServiceHandle& service, std::uint32_t& state)
+{
+    SERVICE_STATUS_PROCESS status{};
+    DWORD needed = 0;
+    if (!QueryServiceStatusEx(static_cast<SC_HANDLE>(service.get()), SC_STATUS_PROCESS_INFO,
+                              reinterpret_cast<BYTE*>(&status), sizeof status, &needed))
+        return false;
+    state = status.dwCurrentState;
+    return true;
+}
+
+bool startService(const UniqueServiceHandle& service)
+{
+    return StartServiceW(static_cast<SC_HANDLE>(service.get()), 0, nullptr) != FALSE;
+}
+
+}  // namespace platform

@@ -1,0 +1,11 @@
+#pragma once
+// Control commands for the Windows side of the simulated instrument: "clock get" (the instrument's UTC and
+// local time and its zone), "uwf on|off" (the write filter protects the system volume / does not) and
+// "service NAME get|stop" (a service's state; a stop as an administrator would make it).
+#include "sim/ControlCommands.h"
+
+namespace halvern::sim {
+
+void addWindowsControlCommands(ControlCommandsC& commands);
+
+}  // namespace halvern::sim

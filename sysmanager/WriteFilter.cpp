@@ -1,0 +1,90 @@
+// The write filter (UWF) as time keeping and the device modes need it: whether it protects the system
+// volume, and the commits that make a file survive the next boot while it does.
+#include "app/Log.h"
+#include "platform/Registry.h"
+#include "platform/WinError.h"
+#include "sysmanager/SysManagerC.h"
+#include "sysmanager/TimeKeepingInternal.h"
+
+namespace {
+
+// A registry result as a number for the log.
+int code(platform::RegStatus status)
+{
+    return static_cast<int>(status);
+}
+
+}  // namespace
+
+bool SysManagerC::GetUWFilter(bool& active)
+{
+    const char* const function = "SysManagerC::GetUWFilter";
+    active = true;
+    WriteLog("Get UWF Filter Configuration Status");
+    auto report = [&active]() {
+        WriteLog("Current status configuration of the UWF Filter: %s", active ? "activated" : "deactivated");
+    };
+    std::uint32_t value = 0;
+    std::uint32_t type = platform::kRegNone;
+    {
+        // The helper service mirrors the filter's state; the filter's own settings are the fallback.
+        platform::UniqueRegKey helper;
+        platform::RegStatus status = platform::regOpenKeyRead(
+            platform::RegHive::LocalMachine, L"SYSTEM\\ControlSet001\\Services\\HalvernHelper\\Status\\", helper);
+        if (status == 0) status = platform::regQueryDword(helper, L"FilterState", value, type);
+        if (status == 0) {
+            active = value == 1;
+            report();
+            return true;
+        }
+        WriteLog("[%s][ERROR]: Failed to get FilterState from HalvernHelper registry. : %d", function, code(status));
+    }
+    platform::UniqueRegKey settings;
+    platform::RegStatus status = platform::regOpenKeyRead(
+        platform::RegHive::LocalMachine, L"SYSTEM\\ControlSet001\\Services\\uwfvol\\Parameters\\Static\\", settings);
+    std::uint32_t currentSettings = 0;
+    if (status == 0) status = platform::regQueryDword(settings, L"CurrentSettings", currentSettings, type);
+    if (status != 0) {
+        WriteLog("[%s][ERROR]: Failed to get the current UWF status configuration. : %d", function, code(status));
+        return false;
+    }
+    platform::UniqueRegKey copy;
+    status = platform::regOpenKeyRead(platform::RegHive::LocalMachine,
+                                      currentSettings != 0
+                                          ? L"SYSTEM\\ControlSet001\\Services\\uwfvol\\Parameters\\Static\\Copy1"
+                                          : L"SYSTEM\\ControlSet001\\Services\\uwfvol\\Parameters\\Static\\Copy0",
+                                      copy);
+    if (status != 0) {
+        WriteLog("[%s][ERROR]: Failed to open the registry path. : %d", function, code(status));
+        return false;
+    }
+    status = platform::regQueryDword(copy, L"UwfEnabled", value, type);
+    if (status != 0) {
+        WriteLog("[%s][ERROR]: Failed to get the current UWF status configuration. : %d", function, code(status));
+        return false;
+    }
+    active = value != 0;
+    report();
+    return true;
+}
+
+namespace halvern::time {
+
+UwfCommitT loadUwfCommit(const char* functionName)
+{
+    UwfCommitT commit;
+    commit.library = platform::loadLibrary(L"uwfcfgmgmt.dll");
+    if (!commit.library) {
+        commit.error = platform::lastError();
+        return commit;
+    }
+    const platform::ProcAddress address = platform::getProcAddress(commit.library, functionName);
+    if (address == nullptr) {
+        commit.error = platform::lastError();
+        return commit;
+    }
+    commit.function = reinterpret_cast<UwfCommitFn>(address);
+    return commit;
+}
+
+}  // namespace halvern::time
