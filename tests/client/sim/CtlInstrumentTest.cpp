@@ -6,42 +6,15 @@
 
 #include "app/StartUpSteps.h"
 #include "client/CtlTestSupport.h"
-#include "sep/SepCommandTestSupport.h"
 #include "sep/server/HalvernSepImpl.h"
-#include "sep/server/SepServer.h"
-#include "sim/ControlCommands.h"
-#include "sim/efi/EfiControlCommands.h"
-#include "support/TestEnvironment.h"
-#include "sysmanager/SysManagerC.h"
+#include "support/EfiInstrumentTest.h"
 
 namespace halvern::test {
 namespace {
 
-class CtlInstrumentTest : public InstrumentTest {
+class CtlInstrumentTest : public EfiInstrumentTest {
 protected:
-    void SetUp() override
-    {
-        InstrumentTest::SetUp();
-        sim::addEfiControlCommands(m_commands, m_model, m_service);
-        ASSERT_TRUE(m_service.start());
-        ASSERT_TRUE(SysManagerC::Instance()->GetEFIServiceIPC().InitializeEFICommunication());
-        port = std::make_unique<SepCommandPort>();
-    }
-    void TearDown() override
-    {
-        port.reset();
-        StopSepServer();
-        SysManagerC::DestroyInstance();
-        m_service.stop();
-        InstrumentTest::TearDown();
-    }
     CtlRunT ctl(std::vector<std::string> arguments) { return runCtl(port->server().port(), std::move(arguments)); }
-    void simulate(const std::string& command) { ASSERT_EQ(m_commands.execute(command).rfind("OK", 0), 0u) << command; }
-
-    sim::ControlCommandsC m_commands;
-    sim::EfiControllerModelC m_model;
-    sim::EfiServiceSimC m_service{m_model};
-    std::unique_ptr<SepCommandPort> port;
 };
 
 TEST_F(CtlInstrumentTest, ReadsBatteriesSupplyAndPowerSourceAsTheControllerHasThemNow)

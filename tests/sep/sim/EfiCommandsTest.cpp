@@ -2,32 +2,13 @@
 // controller's state at that moment, and a controller that does not answer gives code 1.
 #include <gtest/gtest.h>
 
-#include "sep/SepCommandTestSupport.h"
-#include "sim/ControlCommands.h"
-#include "sim/efi/EfiControlCommands.h"
-#include "support/TestEnvironment.h"
-#include "sysmanager/SysManagerC.h"
+#include "support/EfiInstrumentTest.h"
 
 namespace halvern::test {
 namespace {
 
-class EfiCommandsTest : public InstrumentTest {
+class EfiCommandsTest : public EfiInstrumentTest {
 protected:
-    void SetUp() override
-    {
-        InstrumentTest::SetUp();
-        sim::addEfiControlCommands(m_commands, m_model, m_service);
-        ASSERT_TRUE(m_service.start());
-        ASSERT_TRUE(SysManagerC::Instance()->GetEFIServiceIPC().InitializeEFICommunication());
-        port = std::make_unique<SepCommandPort>();
-    }
-    void TearDown() override
-    {
-        port.reset();
-        SysManagerC::DestroyInstance();
-        m_service.stop();
-        InstrumentTest::TearDown();
-    }
     static std::vector<bool> bools(CommandReplyT& reply, int count)
     {
         std::vector<bool> values;
@@ -38,11 +19,6 @@ protected:
         }
         return values;
     }
-
-    sim::ControlCommandsC m_commands;
-    sim::EfiControllerModelC m_model;
-    sim::EfiServiceSimC m_service{m_model};
-    std::unique_ptr<SepCommandPort> port;
 };
 
 TEST_F(EfiCommandsTest, ReadsBatteriesSupplyAndPowerSourceAsTheControllerHasThem)

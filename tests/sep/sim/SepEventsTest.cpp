@@ -8,28 +8,19 @@
 #include "sep/server/SepServer.h"
 #include "sim/ControlCommands.h"
 #include "sim/efi/EfiControlCommands.h"
+#include "support/EfiInstrumentTest.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/SysManagerC.h"
 
 namespace halvern::test {
 namespace {
 
-class SepEventsTest : public InstrumentTest {
+class SepEventsTest : public EfiInstrumentTest {
 protected:
-    void SetUp() override
-    {
-        InstrumentTest::SetUp();
-        sim::addEfiControlCommands(m_commands, m_model, m_service);
-        ASSERT_TRUE(m_service.start());
-        ASSERT_TRUE(SysManagerC::Instance()->GetEFIServiceIPC().InitializeEFICommunication());
-    }
     void TearDown() override
     {
         clients.clear();
-        StopSepServer();
-        SysManagerC::DestroyInstance();
-        m_service.stop();
-        InstrumentTest::TearDown();
+        EfiInstrumentTest::TearDown();
     }
     void connectClients()
     {
@@ -48,9 +39,6 @@ protected:
                level == 0;
     }
 
-    sim::ControlCommandsC m_commands;
-    sim::EfiControllerModelC m_model;
-    sim::EfiServiceSimC m_service{m_model};
     std::vector<std::unique_ptr<SEP::SepClientC>> clients;
 };
 
