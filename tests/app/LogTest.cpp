@@ -29,7 +29,7 @@ TEST_F(LogTest, LineCarriesLocalTimeStampTabAndText)
         << content;
 }
 
-TEST_F(LogTest, WideStringsInTheWindowsSpellingAreWrittenToo)
+TEST_F(LogTest, WideStringsAnd64BitNumbersInTheWindowsSpellingAreWrittenToo)
 {
     // Through a variable: the compiler's format check does not know %ws.
     const char* format = "[%s] [ERROR]: Failed to start %ws, ERROR(%d)";
