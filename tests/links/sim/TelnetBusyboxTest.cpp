@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "app/Log.h"
+#include "links/ProcRunner.h"
 #include "links/TelnetConnection.h"
 #include "platform/Socket.h"
 #include "platform/sim/SimRoot.h"
@@ -64,6 +65,13 @@ protected:
         InstrumentTest::TearDown();
     }
 
+    static bool loggedStartingWith(const std::string& text)
+    {
+        for (const auto& message : logMessages())
+            if (message.rfind(text, 0) == 0) return true;
+        return false;
+    }
+
     std::unique_ptr<ExternalToolC> m_server;
 };
 
@@ -74,10 +82,8 @@ TEST_F(TelnetBusyboxTest, FailingCommandReportsItsStatusAndReply)
     EXPECT_FALSE(links::runTelnetCommand("false", status, reply));
     EXPECT_EQ(status, 1) << reply;
     EXPECT_NE(reply.find("RESULT: 1"), std::string::npos) << reply;
-    bool failureLogged = false;
-    for (const auto& message : logMessages())
-        failureLogged = failureLogged || message.rfind("Telnet command <false> failed: 1, reply: ", 0) == 0;
-    EXPECT_TRUE(failureLogged) << ::testing::PrintToString(logMessages());
+    EXPECT_TRUE(loggedStartingWith("Telnet command <false> failed: 1, reply: "))
+        << ::testing::PrintToString(logMessages());
 }
 
 TEST_F(TelnetBusyboxTest, SucceedingCommandCarriesItsOutput)
@@ -87,6 +93,19 @@ TEST_F(TelnetBusyboxTest, SucceedingCommandCarriesItsOutput)
     EXPECT_TRUE(links::runTelnetCommand("echo hi", status, reply));
     EXPECT_EQ(status, 0);
     EXPECT_NE(reply.find("\nhi\r\n"), std::string::npos) << reply;
+}
+
+TEST_F(TelnetBusyboxTest, BoardCommandsRunInTheirDirectoryAndFailOnAnyStatus)
+{
+    std::string output;
+    int status = -1;
+    EXPECT_TRUE(links::runMoraCommand("pwd", output, status, 0, "/proc"));
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(output.find("\n/proc\r\n"), std::string::npos) << output;
+
+    EXPECT_FALSE(links::runMoraCommand("test -d missing", output, status, 0, "/proc"));
+    EXPECT_EQ(status, 1);
+    EXPECT_TRUE(loggedStartingWith("Telnet command <cd /proc && test -d missing> failed: 1, reply: "));
 }
 
 }  // namespace
