@@ -7,6 +7,7 @@
 #include "links/TelnetConnection.h"
 #include "platform/Process.h"
 #include "platform/Sync.h"
+#include "platform/Text.h"
 #include "platform/WinError.h"
 
 namespace halvern::links {
@@ -92,7 +93,10 @@ bool ProcRunner::start(const std::wstring& commandLine, const std::wstring& dire
         logLine("Failed to create stderr pipe!");
         return false;
     }
-    std::wcout << L"BSPProcRunner: starting process: " << commandLine << std::endl;
+    // Narrowed: a wide write would fix the C runtime's standard output to wide text on the host, where
+    // every narrow line after it would be lost.
+    std::cout << "BSPProcRunner: starting process: " << platform::narrow(commandLine).value_or(std::string())
+              << std::endl;
     platform::StartupInfoT startup;
     startup.useStdHandles = true;
     startup.stdOutput = m_stdOutWrite.get();
