@@ -24,6 +24,10 @@ struct StartupInfoT {
     bool useStdHandles = false;
     std::uint16_t showWindow = 0;
     std::wstring desktop;  // empty: the caller's
+    // With useStdHandles: the child's standard handles (inheritable; null leaves that one without).
+    HandleValue stdInput = nullptr;
+    HandleValue stdOutput = nullptr;
+    HandleValue stdError = nullptr;
 };
 
 // PROCESS_INFORMATION with owned handles.
@@ -38,6 +42,20 @@ struct ProcessInformationT {
 // path; an empty `commandLine` passes none.
 bool createProcess(const std::wstring& application, const std::wstring& commandLine, std::uint32_t creationFlags,
                    const StartupInfoT& startup, ProcessInformationT& started);
+// CreateProcessW of `commandLine` (no separate application name) inheriting this process's inheritable
+// handles, with the parent's environment and `currentDirectory` (empty: the parent's). On the simulation
+// platform a first word that is a Windows path names a program in the sim root.
+bool createProcessInheriting(const std::wstring& commandLine, std::uint32_t creationFlags,
+                             const std::wstring& currentDirectory, const StartupInfoT& startup,
+                             ProcessInformationT& started);
+
+// CreatePipe with both ends inheritable and a buffer of `bufferBytes`.
+bool createAnonymousPipe(UniqueHandle& readEnd, UniqueHandle& writeEnd, std::uint32_t bufferBytes);
+// SetNamedPipeHandleState(PIPE_NOWAIT): a read with nothing in the pipe fails at once with 232.
+bool setPipeNoWait(HandleValue pipe);
+// ReadFile of what is there, up to `bytes`.
+bool readFile(HandleValue file, void* buffer, std::uint32_t bytes, std::uint32_t& bytesRead);
+
 // GetExitCodeProcess: kStillActive while the process runs.
 bool getExitCodeProcess(HandleValue process, std::uint32_t& exitCode);
 bool terminateProcess(HandleValue process, std::uint32_t exitCode);

@@ -70,7 +70,16 @@ bool listenSocket(SocketValue socket, int backlog);
 std::uint16_t localPort(SocketValue socket);
 // An invalid socket with the last error set when nothing is pending or the accept failed.
 UniqueSocket acceptSocket(SocketValue listening, std::uint32_t& peerAddress);
-// Blocking connect; loopback or the address a caller was configured with, never a guessed one.
+// getaddrinfo for a TCP stream endpoint: its IPv4 addresses in the resolver's order. On failure `error`
+// holds the resolver's error number and the list is empty.
+struct SocketEndpointT {
+    std::uint32_t address;
+    std::uint16_t port;
+};
+bool resolveTcpEndpoint(const std::string& host, const std::string& service, std::vector<SocketEndpointT>& endpoints,
+                        int& error);
+// Connect; loopback or the address a caller was configured with, never a guessed one. On a non-blocking
+// socket a connection under way fails with 10035.
 bool connectSocket(SocketValue socket, std::uint32_t address, std::uint16_t port);
 // Bytes sent or received, or -1 with the last error set; recv answers 0 when the peer has shut down.
 int sendSocket(SocketValue socket, const void* data, std::size_t length);

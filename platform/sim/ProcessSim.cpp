@@ -4,6 +4,8 @@
 // "session/processes" (the system's own processes, "pid session exe" per line), "computer/name" and the
 // pending names a rename leaves for the next boot, and "power/shutdown", where a shutdown request is
 // recorded for the simulator.
+#include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -36,6 +38,7 @@ constexpr std::uint32_t kErrorNoSuchPrivilege = 1313;
 constexpr std::uint32_t kErrorNoToken = 1008;
 constexpr std::uint32_t kErrorInvalidComputerName = 1210;
 constexpr std::uint32_t kPollSliceMs = 10;
+constexpr std::uint32_t kErrorDirectory = 267;
 
 std::string simFile(const std::string& relative)
 {
@@ -208,7 +211,33 @@ std::string searchProgram(std::string name)
     return {};
 }
 
-bool spawn(const std::wstring& application, const std::wstring& commandLine, ProcessInformationT& started)
+// One end of an anonymous pipe.
+class PipeEndObjectC final : public sim::SimObjectC {
+public:
+    explicit PipeEndObjectC(int fd) : m_fd(fd) {}
+    ~PipeEndObjectC() override { ::close(m_fd); }
+    int fd() const { return m_fd; }
+
+private:
+    const int m_fd;
+};
+
+PipeEndObjectC* pipeEnd(HandleValue handle)
+{
+    auto* object = dynamic_cast<PipeEndObjectC*>(sim::lookupObject(handle));
+    if (object == nullptr) setLastError(kErrorInvalidHandle);
+    return object;
+}
+
+// What a child gets besides its command line: standard handles and a working directory.
+struct ChildSetupT {
+    int stdOutput = -1;
+    int stdError = -1;
+    std::string directory;
+};
+
+bool spawn(const std::wstring& application, const std::wstring& commandLine, ProcessInformationT& started,
+           const ChildSetupT& setup = ChildSetupT())
 {
     const std::string line = narrow(commandLine).value_or(std::string());
     std::vector<std::string> words = splitCommandLine(line);
@@ -216,7 +245,10 @@ bool spawn(const std::wstring& application, const std::wstring& commandLine, Pro
     if (!application.empty()) {
         program = sim::resolveWindowsPath(narrow(application).value_or(std::string()));
     } else if (!words.empty()) {
-        program = searchProgram(words.front());
+        const std::string& first = words.front();
+        program = first.find('\\') != std::string::npos || first.find(':') != std::string::npos
+                      ? sim::resolveWindowsPath(first)
+                      : searchProgram(first);
         words.erase(words.begin());
     }
     struct stat st {};
@@ -242,9 +274,18 @@ bool spawn(const std::wstring& application, const std::wstring& commandLine, Pro
     for (auto& entry : environment)
         envp.push_back(entry.data());
     envp.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    if (setup.stdOutput >= 0 || setup.stdError >= 0)
+        ::posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    if (setup.stdOutput >= 0) ::posix_spawn_file_actions_adddup2(&actions, setup.stdOutput, 1);
+    if (setup.stdError >= 0) ::posix_spawn_file_actions_adddup2(&actions, setup.stdError, 2);
+    if (!setup.directory.empty()) ::posix_spawn_file_actions_addchdir_np(&actions, setup.directory.c_str());
     pid_t pid = 0;
-    if (::posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv.data(), envp.data()) != 0) {
-        setLastError(kErrorAccessDenied);
+    const int spawned = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    ::posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0) {
+        setLastError(spawned == ENOENT ? kErrorPathNotFound : kErrorAccessDenied);
         return false;
     }
     HandleValue process = sim::registerObject(std::make_unique<ProcessObjectC>(pid));
@@ -292,6 +333,64 @@ bool createProcess(const std::wstring& application, const std::wstring& commandL
                    ProcessInformationT& started)
 {
     return spawn(application, commandLine, started);
+}
+
+bool createProcessInheriting(const std::wstring& commandLine, std::uint32_t, const std::wstring& currentDirectory,
+                             const StartupInfoT& startup, ProcessInformationT& started)
+{
+    ChildSetupT setup;
+    if (startup.useStdHandles) {
+        PipeEndObjectC* output = startup.stdOutput != nullptr ? pipeEnd(startup.stdOutput) : nullptr;
+        PipeEndObjectC* error = startup.stdError != nullptr ? pipeEnd(startup.stdError) : nullptr;
+        if ((startup.stdOutput != nullptr && output == nullptr) || (startup.stdError != nullptr && error == nullptr))
+            return false;
+        setup.stdOutput = output != nullptr ? output->fd() : -1;
+        setup.stdError = error != nullptr ? error->fd() : -1;
+    }
+    if (!currentDirectory.empty()) {
+        setup.directory = sim::resolveWindowsPath(narrow(currentDirectory).value_or(std::string()));
+        struct stat st {};
+        if (setup.directory.empty() || ::stat(setup.directory.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+            setLastError(kErrorDirectory);
+            return false;
+        }
+    }
+    return spawn(std::wstring(), commandLine, started, setup);
+}
+
+bool createAnonymousPipe(UniqueHandle& readEnd, UniqueHandle& writeEnd, std::uint32_t bufferBytes)
+{
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        setLastError(kErrorNotEnoughMemory);
+        return false;
+    }
+    // Linux rounds the size up to a page; a child that writes more than that blocks, as on Windows.
+    ::fcntl(ends[1], F_SETPIPE_SZ, static_cast<int>(bufferBytes));
+    readEnd.reset(sim::registerObject(std::make_unique<PipeEndObjectC>(ends[0])));
+    writeEnd.reset(sim::registerObject(std::make_unique<PipeEndObjectC>(ends[1])));
+    return true;
+}
+
+bool setPipeNoWait(HandleValue pipe)
+{
+    PipeEndObjectC* end = pipeEnd(pipe);
+    if (end == nullptr) return false;
+    const int flags = ::fcntl(end->fd(), F_GETFL);
+    return flags >= 0 && ::fcntl(end->fd(), F_SETFL, flags | O_NONBLOCK) == 0;
+}
+
+bool readFile(HandleValue file, void* buffer, std::uint32_t bytes, std::uint32_t& bytesRead)
+{
+    PipeEndObjectC* end = pipeEnd(file);
+    if (end == nullptr) return false;
+    const ssize_t got = ::read(end->fd(), buffer, bytes);
+    if (got < 0) {
+        setLastError(errno == EAGAIN ? kErrorNoData : kErrorBrokenPipe);
+        return false;
+    }
+    bytesRead = static_cast<std::uint32_t>(got);
+    return true;
 }
 
 bool getExitCodeProcess(HandleValue process, std::uint32_t& exitCode)

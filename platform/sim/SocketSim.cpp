@@ -2,6 +2,7 @@
 // logic and its log lines expect.
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/select.h>
@@ -164,6 +165,26 @@ UniqueSocket acceptSocket(SocketValue listening, std::uint32_t& peerAddress)
     }
     peerAddress = ntohl(peer.sin_addr.s_addr);
     return UniqueSocket(static_cast<SocketValue>(accepted));
+}
+
+bool resolveTcpEndpoint(const std::string& host, const std::string& service, std::vector<SocketEndpointT>& endpoints,
+                        int& error)
+{
+    endpoints.clear();
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_protocol = IPPROTO_TCP;
+    addrinfo* found = nullptr;
+    error = ::getaddrinfo(host.c_str(), service.c_str(), &hints, &found);
+    if (error != 0) return false;
+    for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
+        if (entry->ai_family != AF_INET) continue;
+        const auto* ipv4Address = reinterpret_cast<const sockaddr_in*>(entry->ai_addr);
+        endpoints.push_back({ntohl(ipv4Address->sin_addr.s_addr), ntohs(ipv4Address->sin_port)});
+    }
+    ::freeaddrinfo(found);
+    return true;
 }
 
 bool connectSocket(SocketValue socket, std::uint32_t address, std::uint16_t port)

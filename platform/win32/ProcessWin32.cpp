@@ -24,6 +24,9 @@ void fillStartup(const StartupInfoT& startup, StartupBlockT& block)
     if (startup.useShowWindow) block.info.dwFlags |= STARTF_USESHOWWINDOW;
     if (startup.useStdHandles) block.info.dwFlags |= STARTF_USESTDHANDLES;
     block.info.wShowWindow = startup.showWindow;
+    block.info.hStdInput = startup.stdInput;
+    block.info.hStdOutput = startup.stdOutput;
+    block.info.hStdError = startup.stdError;
     block.desktop = startup.desktop;
     if (!block.desktop.empty()) block.info.lpDesktop = block.desktop.data();
 }
@@ -73,6 +76,48 @@ bool createProcess(const std::wstring& application, const std::wstring& commandL
                         nullptr, nullptr, FALSE, creationFlags, nullptr, nullptr, &block.info, &info))
         return false;
     takeStarted(info, started);
+    return true;
+}
+
+bool createProcessInheriting(const std::wstring& commandLine, std::uint32_t creationFlags,
+                             const std::wstring& currentDirectory, const StartupInfoT& startup,
+                             ProcessInformationT& started)
+{
+    StartupBlockT block;
+    fillStartup(startup, block);
+    std::wstring line = commandLine;
+    PROCESS_INFORMATION info{};
+    if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, creationFlags, nullptr,
+                        currentDirectory.empty() ? nullptr : currentDirectory.c_str(), &block.info, &info))
+        return false;
+    takeStarted(info, started);
+    return true;
+}
+
+bool createAnonymousPipe(UniqueHandle& readEnd, UniqueHandle& writeEnd, std::uint32_t bufferBytes)
+{
+    SECURITY_ATTRIBUTES attributes{};
+    attributes.nLength = sizeof attributes;
+    attributes.bInheritHandle = TRUE;
+    HANDLE reading = nullptr;
+    HANDLE writing = nullptr;
+    if (!CreatePipe(&reading, &writing, &attributes, bufferBytes)) return false;
+    readEnd.reset(reading);
+    writeEnd.reset(writing);
+    return true;
+}
+
+bool setPipeNoWait(HandleValue pipe)
+{
+    DWORD mode = PIPE_NOWAIT;
+    return SetNamedPipeHandleState(pipe, &mode, nullptr, nullptr) != FALSE;
+}
+
+bool readFile(HandleValue file, void* buffer, std::uint32_t bytes, std::uint32_t& bytesRead)
+{
+    DWORD read = 0;
+    if (!ReadFile(file, buffer, bytes, &read, nullptr)) return false;
+    bytesRead = read;
     return true;
 }
 

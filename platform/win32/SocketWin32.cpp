@@ -135,6 +135,30 @@ UniqueSocket acceptSocket(SocketValue listening, std::uint32_t& peerAddress)
     return UniqueSocket(static_cast<SocketValue>(accepted));
 }
 
+bool resolveTcpEndpoint(const std::string& host, const std::string& service, std::vector<SocketEndpointT>& endpoints,
+                        int& error)
+{
+    endpoints.clear();
+    if (!startWinsock()) {
+        error = WSANOTINITIALISED;
+        return false;
+    }
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_protocol = IPPROTO_TCP;
+    addrinfo* found = nullptr;
+    error = ::getaddrinfo(host.c_str(), service.c_str(), &hints, &found);
+    if (error != 0) return false;
+    for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
+        if (entry->ai_family != AF_INET) continue;
+        const auto* ipv4Address = reinterpret_cast<const sockaddr_in*>(entry->ai_addr);
+        endpoints.push_back({ntohl(ipv4Address->sin_addr.s_addr), ntohs(ipv4Address->sin_port)});
+    }
+    ::freeaddrinfo(found);
+    return true;
+}
+
 bool connectSocket(SocketValue socket, std::uint32_t address, std::uint16_t port)
 {
     const sockaddr_in endpoint = ipv4(address, port);
