@@ -42,7 +42,7 @@ EFIHwStatus queryEfiHwStatus()
 bool isHwErrorDetected(bool usbUpdate)
 {
     WriteLog("[HW Status] *****************************");
-    // The write filter's state, the hardware component query and the UART link belong to subsystems this
+    // The write filter's state and the hardware component query belong to subsystems this
     // build does not contain: their components count as not ready, never as checked. Without the write
     // filter's state the device is taken to be in customer mode.
     const bool moraEthernetReady = false;
@@ -54,7 +54,7 @@ bool isHwErrorDetected(bool usbUpdate)
     bool rtcConfigured = true;
     const int rtcStatus = SPB_getRtcStatus();
     if (rtcStatus != spb::kRtcFailure) rtcConfigured = rtcStatus == spb::kRtcOk;
-    const bool moraUartReady = false;
+    const bool moraUartReady = moraUartReadyFlag();
 
     const EFIHwStatus efi = queryEfiHwStatus();
 

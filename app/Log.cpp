@@ -96,6 +96,14 @@ void WriteLog(const char* format, ...)
     va_end(args);
 }
 
+void WriteLogWindows(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    WriteLogV(format, args);
+    va_end(args);
+}
+
 void NetworkHelperLog(void*, const char* format, ...)
 {
     va_list args;

@@ -16,6 +16,9 @@ constexpr long kLogRolloverSize = 0x200000;
 
 void WriteLog(const char* format, ...) HALVERN_PRINTF_FORMAT(1, 2);
 void WriteLogV(const char* format, va_list args);
+// For the texts that use the Windows spellings %ws (a wide string) and %I64d (a 64-bit integer), which the
+// log reads as the Windows printf family does but the compiler's format check does not know.
+void WriteLogWindows(const char* format, ...);
 
 // The logger that the network helper code (telnet client, socket connect, asynchronous commands) calls
 // when it is set; Halvern points it at NetworkHelperLog at start.

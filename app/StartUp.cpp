@@ -126,7 +126,7 @@ int wWinMain(const std::vector<std::wstring>& arguments)
     RepairSsdWriteCache();
     DisablePublicFirewall();
 
-    StepVerdict verdict = RunPendingUpdate();
+    StepVerdict verdict = RunPendingUpdate(updatesEnabled);
     if (verdict == StepVerdict::Continue) verdict = CheckUsbUpdate(updatesEnabled);
     if (verdict == StepVerdict::EndSuccess) return 0;
     if (verdict == StepVerdict::EndFailure) return -1;

@@ -3,39 +3,184 @@
 #include "app/StartUpSteps.h"
 
 #include "app/Log.h"
+#include "links/DivoManagerC.h"
+#include "links/MoraManagerC.h"
+#include "net/NetManagerC.h"
+#include "net/WlanDriverManager.h"
+#include "platform/Clock.h"
+#include "platform/FileSystem.h"
+#include "platform/Text.h"
 #include "platform/WinError.h"
 #include "spb/SpbEnable.h"
 #include "sysmanager/SysManagerC.h"
 
 namespace halvern {
 
+using links::MoraManagerC;
+
+namespace {
+
+constexpr int kMoraBootWaitMs = 15000;
+constexpr int kMoraEthBeforeLaunchMs = 6000;
+constexpr int kMoraEthVerifyMs = 7500;
+constexpr int kMoraEthFixMs = 16000;
+const wchar_t* const kProductionDrive = L"F:\\";
+// What the last update installed from.
+const wchar_t* const kPreviousFirmwareFile = SysManagerC::kInternalImage;
+// The Ethernet links settle again only after a WLAN module that was powered late has come up.
+constexpr std::uint32_t kWlanPowerUpWaitMs = 6000;
+constexpr const char* kDefaultCountryCode = "CH";
+
+}  // namespace
+
+bool& moraUartReadyFlag()
+{
+    static bool ready = true;
+    return ready;
+}
+
 void HwRelatedInit()
 {
     // Without the EFI link the instrument still starts: commands then fail one by one.
     if (!SysManagerC::Instance()->GetEFIServiceIPC().InitializeEFICommunication())
         WriteLog("Halvern [%s] [ERROR]: Failed to initialize communication with EFI", "HwRelatedInit");
+    std::string speedName;
+    if (net::NetManagerC::GetSpeedName(net::NetManagerC::GetAdapterSpeed(), speedName))
+        WriteLog("Get current Ethernet adapter speed: %s", speedName.c_str());
+    else
+        WriteLog("Halvern [%s] [ERROR]: Get Ethernet Adapter Speed Failed", "HwRelatedInit");
     enableSpbDevices();
+    if (!wlanPoweredAtPowerOn()) {
+        WriteLog("Wait 6 second to restart Ethernet connections after WiFi enable!");
+        platform::sleepMs(kWlanPowerUpWaitMs);
+    } else {
+        WriteLog("WiFi enabled at PowerOn, no wait neccessary!");
+    }
+    SysManagerC::Instance()->ApplySensorBoardEndpoint();
+    if (MoraManagerC::waitForBootUart(kMoraBootWaitMs)) {
+        WriteLog("MORA boot OK (UART)");
+    } else {
+        WriteLog("Halvern [%s] [ERROR]: failed to verify MORA's boot over UART", "HwRelatedInit");
+        // A board stuck in its boot loader still has a console; only a silent one counts as unreachable.
+        if (!MoraManagerC::verifyMoraUBootState()) moraUartReadyFlag() = false;
+    }
+    MoraManagerC::writeKernelLog("Halvern started");
     SysManagerC* manager = SysManagerC::Instance();
     if (!manager->startW32TimeService())
         WriteLog("Halvern [%s] [ERROR]: failed to start Windows Time Service!", "HwRelatedInit");
     if (!manager->GetRtcSystemTime()) WriteLog("Halvern [%s] [ERROR]: SetRtcSystemTime Failed", "HwRelatedInit");
 }
-void CheckTouchState() {}
+void CheckTouchState()
+{
+    std::uint32_t state = 0;
+    if (!links::DivoManagerC::curScrVltgCalExecInfo(state)) WriteLog("[ERROR]: Touch is not working!");
+}
 void RepairSerialMouseService() {}
-void EnsureWlanCountryCode() {}
+void EnsureWlanCountryCode()
+{
+    std::string code;
+    if (!net::NetManagerC::GetDrvCtryCode(code) || code != net::kCountryNotPresent) return;
+    WriteLog("[ERROR]: County code not defined!");
+    if (!net::NetManagerC::SetDrvCtryCode(kDefaultCountryCode)) return;
+    WriteLog("Set default county code to: CH");
+    // The driver reads its country only when it starts.
+    net::refreshWlanDriver();
+    std::wstring driverKey;
+    if (net::NetManagerC::GetWlanDrvRegPath(driverKey))
+        SysManagerC::Instance()->CommitRegistryValue(L"HKLM\\" + driverKey, L"ccode");
+}
 void RepairSsdWriteCache() {}
 void DisablePublicFirewall() {}
-StepVerdict RunPendingUpdate()
+namespace {
+
+// The updater's answer decides whether Halvern ends here so that it can replace files.
+StepVerdict finishStartUpUpdate(bool shutdownRequired)
 {
+    if (shutdownRequired) {
+        WriteLog("shutting down halvern for pending updates...");
+        return StepVerdict::EndSuccess;
+    }
+    WriteLog("no update necessary.");
     return StepVerdict::Continue;
 }
-StepVerdict CheckUsbUpdate(bool)
+
+}  // namespace
+
+StepVerdict RunPendingUpdate(bool updatesEnabled)
 {
+    SysManagerC* manager = SysManagerC::Instance();
+    bool shutdownRequired = false;
+    // "-noupdate" is how a technician gets an instrument with a broken update cycle back: it starts nothing.
+    if (updatesEnabled && manager->readFwUpdateState() && manager->isFwUpdatePending())
+        manager->startFirmwareUpdate(manager->GetPendingUpdateImage(), L"", shutdownRequired, false);
+    return finishStartUpUpdate(shutdownRequired);
+}
+
+bool IsProductionUsbDrive()
+{
+    std::wstring label;
+    if (!platform::getVolumeLabel(kProductionDrive, label)) {
+        WriteLog("No USB stick found attached");
+        return false;
+    }
+    const auto narrowLabel = platform::narrow(label);
+    if (!narrowLabel) {
+        WriteLog("Found USB stick without volume name.");
+        return false;
+    }
+    WriteLog("Found USB stick: [%s]", narrowLabel->c_str());
+    return *narrowLabel == "WIM";
+}
+
+StepVerdict CheckUsbUpdate(bool updatesEnabled)
+{
+    WriteLog("checking for SOFTWARE.IMG on USB...");
+    if (!updatesEnabled) return StepVerdict::Continue;
+    if (IsProductionUsbDrive()) {
+        WriteLog("Found Production USB Drive, checking for SOFTWARE.IMG...");
+        SysManagerC* manager = SysManagerC::Instance();
+        if (!manager->isAutoUpdateFileAvailable()) return StepVerdict::Continue;
+        if (isHwErrorDetected(true)) return StepVerdict::EndFailure;
+        WriteLog("SOFTWARE.IMG found. start update....");
+        bool shutdownRequired = false;
+        manager->startFirmwareUpdate(SysManagerC::kAutoUpdateImage, L"-force", shutdownRequired, true);
+        return finishStartUpUpdate(shutdownRequired);
+    }
+    WriteLog("Verify MORA ethernet connection before starting Zentor Application!");
+    if (MoraManagerC::waitForEth(kMoraEthBeforeLaunchMs))
+        WriteLog("MORA Ethernet link OK");
+    else
+        WriteLog("Halvern [%s] [ERROR]: Failed to wait for MORA Ethernet link", "wWinMain");
     return StepVerdict::Continue;
 }
-void DeletePreviousFirmwareFile() {}
+
+void DeletePreviousFirmwareFile()
+{
+    WriteLog("Looking for previous fw file in unproteced folder...");
+    const std::uint32_t attributes = platform::getFileAttributes(kPreviousFirmwareFile);
+    if (attributes == platform::kInvalidFileAttributes) {
+        WriteLog("No file found, nothing to do.");
+        return;
+    }
+    WriteLog("Found FW File from last update: %ls", kPreviousFirmwareFile);
+    // The updater leaves its copy read-only; it goes all the same.
+    if ((attributes & platform::kFileAttributeReadOnly) != 0)
+        platform::setFileAttributes(kPreviousFirmwareFile, attributes & ~platform::kFileAttributeReadOnly);
+    if (platform::deleteFile(kPreviousFirmwareFile))
+        WriteLog("Successfully deleted file %ls", kPreviousFirmwareFile);
+    else
+        WriteLog("WARNING: cannot delete fw file %ls (Error:%d)", kPreviousFirmwareFile,
+                 static_cast<int>(platform::lastError()));
+}
 void HandleProductionModeFlagFile() {}
-void StartNetworkObserver() {}
+void StartNetworkObserver()
+{
+    // An instrument in customer mode (its write filter protecting it) routes nothing beyond its own links;
+    // a filter whose state cannot be read counts as protecting, as in the hardware check.
+    bool protectedByFilter = true;
+    SysManagerC::Instance()->GetUWFilter(protectedByFilter);
+    if (protectedByFilter) SysManagerC::Instance()->startNetworkObserver();
+}
 void InitWlanAccessPoint() {}
 void StartDriverEventSink() {}
 void StopDriverEventSink() {}
@@ -49,6 +194,12 @@ void LaunchZentorApplication()
                  static_cast<int>(platform::lastError()));
     }
 }
-void VerifyMoraEthernet() {}
+void VerifyMoraEthernet()
+{
+    if (MoraManagerC::verifyEth(kMoraEthVerifyMs, kMoraEthFixMs))
+        WriteLog("Halvern [%s]: MORA Ethernet link OK", "wWinMain");
+    else
+        WriteLog("Halvern [%s] [ERROR]: Failed to verify MORA Ethernet link", "wWinMain");
+}
 
 }  // namespace halvern

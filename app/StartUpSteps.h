@@ -10,13 +10,18 @@ namespace halvern {
 
 enum class StepVerdict { Continue, EndSuccess, EndFailure };
 
+// Whether the sensor board's console answered at start-up; the hardware check reports it.
+bool& moraUartReadyFlag();
+
 void HwRelatedInit();
 void CheckTouchState();
 void RepairSerialMouseService();
 void EnsureWlanCountryCode();
 void RepairSsdWriteCache();
 void DisablePublicFirewall();
-StepVerdict RunPendingUpdate();
+StepVerdict RunPendingUpdate(bool updatesEnabled);
+// A USB stick on F: whose volume label is exactly "WIM" carries production images.
+bool IsProductionUsbDrive();
 StepVerdict CheckUsbUpdate(bool updatesEnabled);
 bool StartSepServer();
 void StopSepServer();

@@ -17,9 +17,22 @@ struct CommandInfoT {
     std::string subcommand;
     // Read specs of the reply record after the header ("i32", "str", "bytes:6"), taken from the record.
     std::vector<std::string> replyFields;
+    // The names of those values, and the same two lists for the request record.
+    std::vector<std::string> replyNames;
+    std::vector<std::string> requestFields;
+    std::vector<std::string> requestNames;
 };
 
 const std::vector<CommandInfoT>& commandTable();
+
+// Every event the instrument pushes, with the name halvernctl shows for it and its record's values.
+struct EventInfoT {
+    std::uint16_t id;
+    std::string name;
+    std::vector<std::string> fields;
+    std::vector<std::string> names;
+};
+const std::vector<EventInfoT>& eventTable();
 // By decimal id, server name (any case) or sub-command as listed; nullptr when none matches.
 const CommandInfoT* findCommand(const std::string& nameOrId);
 // A decimal id or a listed name; false otherwise.

@@ -39,6 +39,22 @@ CLI::Validator fitsBuffer(std::size_t capacity)
         "TEXT(max " + std::to_string(capacity - 1) + ")");
 }
 
+std::string unescapeControls(const std::string& typed)
+{
+    static const std::map<char, char> kEscapes = {{'r', '\r'}, {'n', '\n'}, {'t', '\t'}, {'\\', '\\'}};
+    std::string text;
+    for (std::size_t i = 0; i < typed.size(); ++i) {
+        const auto escape = i + 1 < typed.size() && typed[i] == '\\' ? kEscapes.find(typed[i + 1]) : kEscapes.end();
+        if (escape == kEscapes.end()) {
+            text += typed[i];
+        } else {
+            text += escape->second;
+            ++i;
+        }
+    }
+    return text;
+}
+
 CLI::Validator oneOf(WordsT words)
 {
     std::string names;

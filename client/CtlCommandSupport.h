@@ -39,6 +39,10 @@ void copyText(char (&buffer)[N], const std::string& text)
     std::memcpy(buffer, text.data(), std::min(text.size(), N - 1));
 }
 
+// What a technician types for control characters: "\r", "\n", "\t" and "\\" become those characters; any
+// other backslash stays as it is.
+std::string unescapeControls(const std::string& typed);
+
 // A command without a reply record: the call, then `done` as the line that tells what was asked.
 ExchangeResultE doCommand(SepExchangeC& sep, ReportC& report, std::uint16_t id, MAL::UTI::SerializableI* request,
                           const std::string& done);

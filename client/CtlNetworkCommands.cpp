@@ -8,7 +8,17 @@ namespace {
 using namespace ctl;
 
 const WordsT kBands = {{"2.4", "1"}, {"5", "2"}, {"both", "3"}};
-const WordsT kWidths = {{"HT20", "1"}, {"HT40+", "2"}, {"HT40-", "4"}};
+// The WLAN driver's own width codes (its "ApChanExtOffset" setting: secondary channel below, above, none).
+const WordsT kDriverWidths = {{"HT40-", "0"}, {"HT40+", "1"}, {"HT20", "2"}};
+const WordsT kInterfaces = {{"wired", "0"}, {"wired2", "1"}, {"wlan", "2"}, {"hosted", "3"}};
+const WordsT kInterfaceProperties = {{"mac", "0"}, {"ipv4", "1"}};
+
+std::string wordOf(const WordsT& words, std::int32_t value)
+{
+    for (const auto& word : words)
+        if (word.second == std::to_string(value)) return word.first;
+    return "unknown (" + std::to_string(value) + ")";
+}
 
 std::string bandText(std::int32_t band)
 {
@@ -21,22 +31,6 @@ std::string bandText(std::int32_t band)
             return "2.4 and 5 GHz (3)";
         default:
             return "unknown (" + std::to_string(band) + ")";
-    }
-}
-
-std::string widthText(std::int32_t width)
-{
-    switch (width) {
-        case 1:
-            return "HT20";
-        case 2:
-            return "HT40+";
-        case 4:
-            return "HT40-";
-        case 8:
-            return "INVALID_CHAN_WIDTH";
-        default:
-            return "unknown (" + std::to_string(width) + ")";
     }
 }
 
@@ -148,23 +142,28 @@ void addRadioCommands(CLI::App& app, CtlChoiceT& chosen)
         ->required()
         ->check(fitsBuffer(sizeof REC::CtryCode{}.code));
 
-    auto channel = addGroup(app, "channel", "The access point's WLAN channel and channel width.");
+    auto channel = addGroup(app, "channel",
+                            "The access point's WLAN channel and channel width in the WLAN driver's settings, taken "
+                            "at the driver's next start (also: wlan-channel).");
+    channel->alias("wlan-channel");
     addCommand(*channel, "get", "Reads the channel and width (1048).", chosen, [](SepExchangeC& sep, ReportC& report) {
         return askCommand<REC::WlanChannel>(sep, 1048, nullptr, [&](const REC::WlanChannel& r) {
             report.number("channel", "channel", r.channel);
-            report.add("width", "width", r.b, widthText(r.b));
+            report.add("width", "width", r.b, wordOf(kDriverWidths, r.b));
         });
     });
     auto wanted = options<REC::WlanChannel>();
     auto* set = addCommand(
         *channel, "set", "Sets the channel and width (1049).", chosen, [wanted](SepExchangeC& sep, ReportC& report) {
-            return doCommand(sep, report, 1049, wanted.get(),
-                             "channel set to " + std::to_string(wanted->channel) + " " + widthText(wanted->b));
+            return doCommand(
+                sep, report, 1049, wanted.get(),
+                "channel set to " + std::to_string(wanted->channel) + " " + wordOf(kDriverWidths, wanted->b));
         });
     set->add_option("channel", wanted->channel, "1..14 or 34..196")
         ->required()
         ->check(CLI::Range(1, 14) | CLI::Range(34, 196));
-    set->add_option("--width", wanted->b, "HT20|HT40+|HT40-")->required()->transform(oneOf(kWidths));
+    wanted->b = 2;
+    set->add_option("--width", wanted->b, "HT20 (default)|HT40+|HT40-")->transform(oneOf(kDriverWidths));
 
     auto selection = options<REC::WlanChannelSelection>();
     auto* select = addCommand(app, "channel-selection",
@@ -178,16 +177,21 @@ void addRadioCommands(CLI::App& app, CtlChoiceT& chosen)
     select->add_option("result", selection->c, "signed number")->required();
 
     auto property = options<REC::NetIntfceInfo>();
-    auto propertyText = options<std::string>();
-    auto* netInfo = addCommand(app, "net-info", "One property of a network interface (1047).", chosen,
-                               [property, propertyText](SepExchangeC& sep, ReportC& report) {
-                                   copyText(property->text, *propertyText);
-                                   return askCommand<REC::NetIntfceInfo>(sep, 1047, property.get(),
-                                                                         [&](auto& r) { report.values("values", r); });
-                               });
-    netInfo->add_option("interface", property->a, "interface number")->required();
-    netInfo->add_option("property", property->b, "property number")->required();
-    netInfo->add_option("text", *propertyText, "text parameter")->check(fitsBuffer(sizeof property->text));
+    auto* netInfo = addCommand(
+        app, "net-info",
+        "The physical address or the IPv4 addresses of a network interface: the wired adapter towards the sensor "
+        "board, the second wired one, the WLAN module or the hosted network (1047).",
+        chosen, [property](SepExchangeC& sep, ReportC& report) {
+            return askCommand<REC::NetIntfceInfo>(sep, 1047, property.get(), [&](const REC::NetIntfceInfo& r) {
+                report.add("interface", "interface", r.a, wordOf(kInterfaces, r.a));
+                report.text(r.b == 0 ? "mac" : "ipv4", r.b == 0 ? "physical address" : "IPv4 addresses",
+                            bufferText(r.text));
+            });
+        });
+    netInfo->add_option("interface", property->a, "wired|wired2|wlan|hosted")
+        ->required()
+        ->transform(oneOf(kInterfaces));
+    netInfo->add_option("property", property->b, "mac|ipv4")->required()->transform(oneOf(kInterfaceProperties));
 }
 
 }  // namespace

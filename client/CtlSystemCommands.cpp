@@ -164,6 +164,7 @@ void addExecutionCommands(CLI::App& app, CtlChoiceT& chosen)
     struct ExecT {
         std::vector<std::string> words;
         std::string directory;
+        bool vant = false;
         bool mora = false;
         std::uint32_t waitMs = 0;
         std::string commandLine() const
@@ -194,7 +195,9 @@ void addExecutionCommands(CLI::App& app, CtlChoiceT& chosen)
     execCommand->add_option("command", exec->words, "the command line")
         ->required()
         ->check(fitsBuffer(sizeof REC::ExeCmdRequest{}.commandLine));
-    execCommand->add_flag("--mora", exec->mora, "run it on the sensor board");
+    auto* vantFlag = execCommand->add_flag("--vant", exec->vant, "run it on the computer module (the default)");
+    execCommand->add_flag("--mora", exec->mora, "run it on the sensor board's shell; a non-zero status is an error")
+        ->excludes(vantFlag);
     execCommand->add_option("--dir", exec->directory, "working directory")
         ->check(fitsBuffer(sizeof REC::ExeCmdRequest{}.directory));
     execCommand->add_option("--wait", exec->waitMs, "how long it may run, in ms (0: the default)");
@@ -218,23 +221,25 @@ void addExecutionCommands(CLI::App& app, CtlChoiceT& chosen)
         chosen, [uart](SepExchangeC& sep, ReportC& report) {
             REC::UartTransCmd request;
             copyText(request.uartName, uart->port);
-            copyText(request.input, uart->input);
-            copyText(request.config, uart->config);
+            copyText(request.input, unescapeControls(uart->input));
+            copyText(request.config, unescapeControls(uart->config));
             request.a = uart->waitMs;
             return askCommand<REC::UartTransCmd>(sep, 1036, &request, [&](const REC::UartTransCmd& r) {
                 report.text("port", "port", bufferText(r.uartName));
                 report.block("reply", "reply", bufferText(r.reply));
-                report.number("value1", "value 1", r.a);
-                report.number("value2", "value 2", r.b);
             });
         });
     uartCommand->add_option("port", uart->port, "MORA, EFI or DIVO")
         ->required()
         ->check(fitsBuffer(sizeof REC::UartTransCmd{}.uartName));
-    uartCommand->add_option("input", uart->input, "what to send, e.g. \"uname -o\\r\\n\" typed with a real CR LF")
+    uartCommand
+        ->add_option("input", uart->input,
+                     "what to send, e.g. 'uname -o\\r\\n' (\\r, \\n, \\t and \\\\ stand for those characters)")
         ->required()
         ->check(fitsBuffer(sizeof REC::UartTransCmd{}.input));
-    uartCommand->add_option("--config", uart->config, "the port configuration text")
+    uartCommand
+        ->add_option("--config", uart->config,
+                     "where replies are cut into lines, e.g. '\\n' (default: the port's own terminator)")
         ->check(fitsBuffer(sizeof REC::UartTransCmd{}.config));
     uartCommand->add_option("--wait", uart->waitMs, "how long to collect the reply, in ms (default 100)");
 
@@ -244,17 +249,19 @@ void addExecutionCommands(CLI::App& app, CtlChoiceT& chosen)
         std::string text;
     };
     auto test = options<TestT>();
-    auto* testCommand = addCommand(
-        app, "test",
-        "One of Halvern's test commands (1046): 0 wait for the sensor board's boot, 1 verify and fix its Ethernet, "
-        "2 fix its Ethernet, 3 wait for its Ethernet.",
-        chosen, [test](SepExchangeC& sep, ReportC& report) {
-            REC::TestCmd request;
-            request.a = test->number;
-            request.b = test->waitMs;
-            copyText(request.text, test->text);
-            return askCommand<REC::TestCmd>(sep, 1046, &request, [&](auto& r) { report.values("values", r); });
-        });
+    auto* testCommand = addCommand(app, "test",
+                                   "One of Halvern's test commands (1046, also: test-cmd): 0 wait for the sensor "
+                                   "board's boot, 1 verify and fix its Ethernet, "
+                                   "2 fix its Ethernet, 3 wait for its Ethernet.",
+                                   chosen, [test](SepExchangeC& sep, ReportC& report) {
+                                       REC::TestCmd request;
+                                       request.a = test->number;
+                                       request.b = test->waitMs;
+                                       copyText(request.text, test->text);
+                                       return askCommand<REC::TestCmd>(sep, 1046, &request,
+                                                                       [&](auto& r) { report.values("values", r); });
+                                   });
+    testCommand->alias("test-cmd");
     testCommand->add_option("number", test->number, "test command number")->required();
     testCommand->add_option("--wait", test->waitMs, "time-out in ms (below 1: the command's default)");
     testCommand->add_option("--text", test->text, "string parameter")->check(fitsBuffer(sizeof REC::TestCmd{}.text));
@@ -426,6 +433,27 @@ void addApplicationCommands(CLI::App& app, CtlChoiceT& chosen)
     addResult("touch-calibration-result", "The HMI board's status of the last touch calibration run (1043).", 1043);
     addResult("voltage-calibration-result", "The HMI board's status of the last screen voltage calibration run (1044).",
               1044);
+
+    // Both results in words, as a technician checks a screen after calibrating it.
+    addCommand(app, "calibration-status",
+               "What the HMI board says of the last touch (1043) and screen voltage (1044) calibration runs: running "
+               "now, new settings stored, not stored (the previous ones stay), or not decodable.",
+               chosen, [](SepExchangeC& sep, ReportC& report) {
+                   static const char* const kMeanings[] = {"running now", "new settings not stored",
+                                                           "new settings stored", "not decodable"};
+                   const std::pair<std::uint16_t, const char*> questions[] = {{1043, "touch"}, {1044, "voltage"}};
+                   for (const auto& [id, name] : questions) {
+                       const ExchangeResultE result = askCommand<REC::CurScreenAppExecInfo>(
+                           sep, id, nullptr, [&](const REC::CurScreenAppExecInfo& r) {
+                               const std::string meaning =
+                                   r.status < 4 ? kMeanings[r.status] : "status " + std::to_string(r.status);
+                               report.add(name, std::string(name) + " calibration", r.status,
+                                          meaning + " (" + std::to_string(r.status) + ")");
+                           });
+                       if (result != ExchangeResultE::Done) return result;
+                   }
+                   return ExchangeResultE::Done;
+               });
 }
 
 }  // namespace

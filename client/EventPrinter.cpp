@@ -1,5 +1,6 @@
 #include "client/EventPrinter.h"
 
+#include "client/CommandTable.h"
 #include "client/ReportC.h"
 #include "client/SepExchangeC.h"
 #include "sep/RecordCoding.h"
@@ -9,11 +10,6 @@ namespace SEP {
 namespace {
 
 namespace REC = Varda::SEP::HALVERN;
-
-const char* const kNames[] = {"button",      "power-source", "supervisor-intervention",
-                              "shutdown",    "usb",          "wlan-channel-selected",
-                              "uwf-overlay", "wlan-radar"};
-constexpr std::uint16_t kFirstEvent = 1000;
 
 template <typename Record, typename Print>
 bool decodeAndPrint(DataReaderI& reader, Print print)
@@ -72,8 +68,9 @@ void reportPowerSource(ReportC& report, const bool (&flags)[11])
 
 std::string eventName(std::uint16_t id)
 {
-    const std::size_t index = static_cast<std::size_t>(id) - kFirstEvent;
-    return id >= kFirstEvent && index < sizeof kNames / sizeof kNames[0] ? kNames[index] : std::string();
+    for (const auto& event : eventTable())
+        if (event.id == id) return event.name;
+    return {};
 }
 
 bool printKnownEvent(DecodedFrameT& event, bool json, std::string& printed)

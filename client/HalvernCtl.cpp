@@ -6,6 +6,7 @@
 
 #include "client/CommandTable.h"
 #include "client/CtlCommands.h"
+#include "client/CtlWatch.h"
 #include "client/EventPrinter.h"
 #include "client/MessagePrinter.h"
 #include "client/SepExchangeC.h"
@@ -197,11 +198,26 @@ int runHalvernCtl(int argc, const char* const* argv, std::ostream& out, std::ost
     events->add_option("--fields", eventFields, "read every event as these fields instead of by its name");
     events->add_option("--count", count, "stop after this many events");
 
+    auto* watch = app.add_subcommand(
+        "watch",
+        "Shows battery, power source and selection, WLAN, time and RTC, asked again every --interval and "
+        "redrawn in place (Ctrl-C ends it).");
+    WatchOptionsT watchOptions;
+    watch->add_option("--interval", watchOptions.intervalMs, "milliseconds between two refreshes")
+        ->capture_default_str();
+    watch->add_option("--count", watchOptions.count, "stop after this many refreshes");
+    watch->add_flag("--plain", watchOptions.plain, "print each refresh below the last instead of redrawing");
+
     CtlChoiceT chosen;
     addPowerCommands(app, chosen);
     addSystemCommands(app, chosen);
     addNetworkCommands(app, chosen);
 
+    // What the shell's completion asks: the words typed so far, after the program's name.
+    if (argc >= 2 && std::string(argv[1]) == "__complete") {
+        printCompletions(app, std::vector<std::string>(argv + 2, argv + argc), out);
+        return CTL_EXIT_DONE;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -209,6 +225,13 @@ int runHalvernCtl(int argc, const char* const* argv, std::ostream& out, std::ost
     }
     if (chosen.action) return runNamed(chosen, options, out, err);
     if (*send) return runSend(sendOptions, options, out, err);
+    if (*watch) {
+        std::vector<std::string> global{"--host",    options.host,
+                                        "--port",    std::to_string(options.port),
+                                        "--timeout", std::to_string(options.timeoutMs)};
+        if (options.ascii) global.push_back("--ascii");
+        return runWatch(watchOptions, global, out);
+    }
     return runEvents(eventFields, count, options, out, err);
 }
 

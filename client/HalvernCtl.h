@@ -4,6 +4,8 @@
 //   halvernctl [--host H] [--port P] [--ascii] [--json] [--timeout MS] COMMAND [ARGUMENTS]   a named command
 //   halvernctl [...] send ID|NAME [TYPE:VALUE ...] [--reply TYPE ...]                        any command by id
 //   halvernctl [...] events [--fields TYPE ...] [--count N]                                  pushed events
+//   halvernctl [...] watch [--interval MS] [--count N] [--plain]                             state at a glance
+//   halvernctl __complete WORDS...                                                           shell completion
 #include <ostream>
 
 namespace SEP {

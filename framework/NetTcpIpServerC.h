@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -19,10 +20,13 @@ struct AddressRangeT {
     std::uint32_t network;
     std::uint32_t mask;
     bool contains(std::uint32_t address) const { return (address & mask) == (network & mask); }
+    bool operator==(const AddressRangeT& other) const { return network == other.network && mask == other.mask; }
 };
 
 // Loopback, the sensor board link 192.168.2.0/24 and the hosted network 192.168.137.0/24.
 std::vector<AddressRangeT> defaultAllowedRanges();
+// "a.b.c.d/n" (n from 0 to 32) or a single address "a.b.c.d"; false for anything else.
+bool parseAddressRange(const std::string& text, AddressRangeT& range);
 
 struct NetTcpIpServerCfgT {
     static constexpr unsigned HARD_CLIENT_LIMIT = 10;
@@ -64,7 +68,9 @@ public:
     bool stop();
     bool isRunning() const { return m_stateMachine.state() == TcpIpServerStateMachineC::STATE_WAIT_FOR_CONNECTION; }
 
-    // Sends all bytes on a client connection, waiting at most the write time-out for room.
+    // Sends all bytes on a client connection, waiting at most the write time-out for room. A connection whose
+    // write fails or times out is shut down and closed by the next pass of the task: a client that does not
+    // take its replies holds no more than its socket buffers and stalls the others for one time-out only.
     bool writeData(int connection, const std::uint8_t* data, std::size_t length);
     std::vector<int> connections() const;
     std::size_t clientCount() const;
@@ -75,7 +81,9 @@ private:
     struct ClientT {
         platform::UniqueSocket socket;
         std::mutex sendLock;
-        bool closedByServer = false;
+        std::atomic<bool> closedByServer{false};
+        // Set by a write that failed: the connection only waits for the task to close it.
+        std::atomic<bool> dropped{false};
     };
 
     bool setUpSocket();
@@ -85,6 +93,9 @@ private:
     void receiveFrom(int connection, const std::shared_ptr<ClientT>& client);
     void refuse(platform::UniqueSocket socket, const char* text);
     void closeClient(int connection);
+    // With the client's send lock held.
+    bool sendAll(ClientT& client, const std::uint8_t* data, std::size_t length);
+    void dropClient(int connection, ClientT& client);
     void closeClientConnections();
 
     NetTcpIpServerCfgT m_config;

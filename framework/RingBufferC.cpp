@@ -1,5 +1,8 @@
 #include "framework/RingBufferC.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace MAL::UTI {
 
 RingBufferC::RingBufferC(std::size_t capacity) : m_storage(capacity < kLengthPrefix + 1 ? kLengthPrefix + 1 : capacity)
@@ -37,8 +40,7 @@ bool RingBufferC::write(const std::uint8_t* data, std::size_t length)
     const std::size_t free = m_storage.size() - static_cast<std::size_t>(m_write - m_read);
     const std::size_t current = static_cast<std::size_t>(m_write - m_committed - kLengthPrefix);
     if (length > free || current + length > kMaxMessageLength) return false;
-    for (std::size_t i = 0; i < length; ++i)
-        at(m_write + i) = data[i];
+    copyIn(m_write, data, length);
     m_write += length;
     return true;
 }
@@ -47,6 +49,14 @@ std::uint8_t RingBufferC::byteAt(std::size_t offset) const
 {
     std::lock_guard<std::mutex> guard(m_positionLock);
     return at(m_committed + kLengthPrefix + offset);
+}
+
+bool RingBufferC::copyFromMessage(std::size_t offset, std::uint8_t* out, std::size_t length) const
+{
+    std::lock_guard<std::mutex> guard(m_positionLock);
+    if (!m_inMessage || m_committed + kLengthPrefix + offset + length > m_write) return false;
+    copyOut(m_committed + kLengthPrefix + offset, out, length);
+    return true;
 }
 
 bool RingBufferC::patch(std::size_t offset, std::uint8_t byte)
@@ -93,8 +103,7 @@ bool RingBufferC::frontMessage(std::vector<std::uint8_t>& message) const
     if (m_read == m_committed) return false;
     const std::size_t length = at(m_read) | (static_cast<std::size_t>(at(m_read + 1)) << 8);
     message.resize(length);
-    for (std::size_t i = 0; i < length; ++i)
-        message[i] = at(m_read + kLengthPrefix + i);
+    copyOut(m_read + kLengthPrefix, message.data(), length);
     return true;
 }
 
@@ -104,6 +113,22 @@ void RingBufferC::popMessage()
     if (m_read == m_committed) return;
     const std::size_t length = at(m_read) | (static_cast<std::size_t>(at(m_read + 1)) << 8);
     m_read += kLengthPrefix + length;
+}
+
+void RingBufferC::copyIn(std::uint64_t position, const std::uint8_t* data, std::size_t length)
+{
+    const std::size_t start = static_cast<std::size_t>(position % m_storage.size());
+    const std::size_t first = std::min(length, m_storage.size() - start);
+    std::memcpy(m_storage.data() + start, data, first);
+    std::memcpy(m_storage.data(), data + first, length - first);
+}
+
+void RingBufferC::copyOut(std::uint64_t position, std::uint8_t* out, std::size_t length) const
+{
+    const std::size_t start = static_cast<std::size_t>(position % m_storage.size());
+    const std::size_t first = std::min(length, m_storage.size() - start);
+    std::memcpy(out, m_storage.data() + start, first);
+    std::memcpy(out + first, m_storage.data(), length - first);
 }
 
 }  // namespace MAL::UTI

@@ -28,6 +28,9 @@ public:
     // Length of the message being written.
     std::size_t messageLength() const;
     std::uint8_t byteAt(std::size_t offset) const;
+    // Copies `length` bytes of the message being written, from `offset`, into `out` (one lock for all of
+    // them: checksums read a whole message back); false when they are not all written.
+    bool copyFromMessage(std::size_t offset, std::uint8_t* out, std::size_t length) const;
     bool patch(std::size_t offset, std::uint8_t byte);
     // Publishes the message; a message shorter than one byte is dropped. False when nothing was published.
     bool commitMessage();
@@ -49,6 +52,9 @@ private:
 
     std::uint8_t at(std::uint64_t position) const { return m_storage[position % m_storage.size()]; }
     std::uint8_t& at(std::uint64_t position) { return m_storage[position % m_storage.size()]; }
+    // At most two block copies across the end of the storage (position lock held).
+    void copyIn(std::uint64_t position, const std::uint8_t* data, std::size_t length);
+    void copyOut(std::uint64_t position, std::uint8_t* out, std::size_t length) const;
 
     std::vector<std::uint8_t> m_storage;
     std::mutex m_writeLock;

@@ -17,6 +17,9 @@ public:
     virtual bool bytes(std::uint8_t* data, std::size_t length) = 0;
     // `capacity` is the receiving buffer with its NUL.
     virtual bool string(char* buffer, std::size_t capacity) = 0;
+    // Called before the values of the record's `index`-th declared field (an array field has several
+    // values); visitors that only move values ignore it.
+    virtual void beginField(std::size_t /*index*/) {}
 };
 
 class SerializableI {
@@ -24,6 +27,8 @@ public:
     virtual ~SerializableI() = default;
     // Stops at the first field that the visitor refuses.
     virtual bool visit(FieldVisitorI& visitor) = 0;
+    // The declared fields' names, comma-separated in wire order, as tools that show records need them.
+    virtual const char* fieldNames() const { return ""; }
 };
 
 }  // namespace MAL::UTI

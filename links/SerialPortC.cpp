@@ -1,6 +1,8 @@
 #include "links/SerialPortC.h"
 
+#include <chrono>
 #include <map>
+#include <thread>
 
 #include "app/Log.h"
 #include "platform/Clock.h"
@@ -14,8 +16,8 @@ namespace halvern::links {
 namespace {
 
 constexpr std::uint32_t kReadChunk = 128;
-constexpr std::uint32_t kStartPollMs = 100;
-constexpr int kStartPolls = 20;
+constexpr std::uint32_t kStartPollMs = 1;
+constexpr int kStartPolls = 2000;
 constexpr const char* kFallbackMode = "9600,n,8,1";
 
 std::string errorText()
@@ -32,9 +34,9 @@ void appendToReply(void* context, const std::string& message)
 
 bool lookupSerialPort(const std::string& role, SerialPortEntryT& entry)
 {
-    // The COM3 and COM4 users set their own terminators.
+    // The sensor board's console answers in lines; the EFI users set their own terminator.
     static const std::map<std::string, SerialPortEntryT> kTable = {
-        {"MORA", {L"COM3", "115200,n,8,1", ""}},
+        {"MORA", {L"COM3", "115200,n,8,1", "\n"}},
         {"EFI", {L"COM4", "115200,n,8,1", ""}},
         {"DIVO", {L"COM5", "115200,n,8,1", "\r"}},
     };
@@ -112,11 +114,14 @@ bool SerialPortC::open(const std::string& modeString)
         m_device.reset();
         return false;
     }
+    // The thread's start is a matter of this machine's scheduler, not of the instrument's time: the wait
+    // is real even where the clock is simulated.
     for (int poll = 0; poll < kStartPolls && !m_eventLoopRunning; ++poll)
-        platform::sleepMs(kStartPollMs);
+        std::this_thread::sleep_for(std::chrono::milliseconds(kStartPollMs));
     if (!m_eventLoopRunning) {
         logError("Failed to start event loop for port " + m_portText);
-        m_eventThread.reset();
+        // The thread may still start later: it must be gone before the port it works on is.
+        close();
         return false;
     }
     return true;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/Handle.h"
 
@@ -34,6 +35,13 @@ std::uint32_t getFileAttributes(const std::wstring& windowsPath);
 bool setFileAttributes(const std::wstring& windowsPath, std::uint32_t attributes);
 bool deleteFile(const std::wstring& windowsPath);
 bool createDirectory(const std::wstring& windowsPath);
+// CopyFileW: with `failIfExists` an existing target is left alone (last error 80).
+bool copyFile(const std::wstring& fromWindowsPath, const std::wstring& toWindowsPath, bool failIfExists);
+
+// GetVolumeInformationW of a drive's root ("F:\"): the volume's label; false with the last error set when
+// no volume is mounted there. On the simulation platform a drive carries a volume while the sim root's
+// "sim/volumes/<letter>" exists; its first line is the label (an empty line: a volume without a name).
+bool getVolumeLabel(const std::wstring& rootPath, std::wstring& label);
 
 // CreateFileW with the access, sharing, inheritance, disposition and attributes given: an empty owner with
 // the last error set on failure.
@@ -47,6 +55,10 @@ constexpr std::uint32_t kOpenExisting = 3;
 constexpr std::uint32_t kOpenAlways = 4;
 UniqueHandle createFile(const std::wstring& windowsPath, std::uint32_t access, std::uint32_t shareMode,
                         bool inheritHandle, std::uint32_t disposition, std::uint32_t attributes);
+
+// FindFirstFileW / FindNextFileW over "folder\*": the names of the files in `folder` (folders left out).
+// False with the last error set when the folder cannot be read.
+bool listFiles(const std::wstring& folder, std::vector<std::wstring>& names);
 
 // Where a Windows path lives on this platform (the path itself on Windows, a file in the sim root on the
 // host). For diagnostics and for tools that act on the simulated instrument.

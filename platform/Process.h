@@ -17,6 +17,7 @@ constexpr std::uint32_t kNormalPriorityClass = 0x00000020;
 constexpr std::uint32_t kCreateUnicodeEnvironment = 0x00000400;
 constexpr std::uint32_t kCreateNoWindow = 0x08000000;
 constexpr std::uint16_t kSwHide = 0;
+constexpr std::uint16_t kSwShow = 5;
 
 // STARTUPINFOW as far as the instrument uses it.
 struct StartupInfoT {
@@ -48,6 +49,10 @@ bool createProcess(const std::wstring& application, const std::wstring& commandL
 bool createProcessInheriting(const std::wstring& commandLine, std::uint32_t creationFlags,
                              const std::wstring& currentDirectory, const StartupInfoT& startup,
                              ProcessInformationT& started);
+
+// ShellExecuteExW with the verb "runas" (elevated), hidden, asking for the process handle: `process` owns
+// it. On the simulation platform `file` is a program in the sim root started with `parameters`.
+bool shellExecuteElevated(const std::wstring& file, const std::wstring& parameters, UniqueHandle& process);
 
 // CreatePipe with both ends inheritable and a buffer of `bufferBytes`.
 bool createAnonymousPipe(UniqueHandle& readEnd, UniqueHandle& writeEnd, std::uint32_t bufferBytes);

@@ -46,6 +46,12 @@ private:
 // RegOpenKeyExW with KEY_READ; answers the Windows error number (0 on success).
 RegStatus regOpenKeyRead(RegHive hive, const std::wstring& subKey, UniqueRegKey& key);
 
+// RegOpenKeyExW with the access a caller needs: KEY_QUERY_VALUE, KEY_SET_VALUE or KEY_ALL_ACCESS.
+enum class RegAccess { Query, SetValue, All };
+RegStatus regOpenKey(RegHive hive, const std::wstring& subKey, RegAccess access, UniqueRegKey& key);
+// RegCreateKeyExW with KEY_ALL_ACCESS: opens the key, creating it and its missing parents.
+RegStatus regCreateKey(RegHive hive, const std::wstring& subKey, UniqueRegKey& key);
+
 // RegOpenKeyExW with KEY_READ below a key that is open already.
 RegStatus regOpenKeyRead(const UniqueRegKey& parent, const std::wstring& subKey, UniqueRegKey& key);
 
@@ -56,6 +62,14 @@ RegStatus regEnumKey(const UniqueRegKey& key, std::uint32_t index, std::wstring&
 // kErrorUnsupportedType, a missing value kErrorFileNotFound.
 RegStatus regQueryString(const UniqueRegKey& key, const std::wstring& valueName, std::wstring& value);
 RegStatus regQueryBinary(const UniqueRegKey& key, const std::wstring& valueName, std::vector<std::uint8_t>& data);
+
+// RegQueryValueExW of a REG_MULTI_SZ: its strings in order (another type answers kErrorUnsupportedType).
+RegStatus regQueryMultiString(const UniqueRegKey& key, const std::wstring& valueName, std::vector<std::wstring>& values);
+
+// RegSetValueExW of a REG_SZ. `withTerminator`: the stored size counts the NUL, as most writers do; without,
+// the value holds the characters only (readers that add their own NUL take both).
+RegStatus regSetString(const UniqueRegKey& key, const std::wstring& valueName, const std::wstring& value,
+                       bool withTerminator);
 
 // RegQueryValueExW into a 4-byte buffer: `type` receives the stored type, a longer value answers
 // kErrorMoreData, a missing one kErrorFileNotFound.

@@ -16,6 +16,7 @@ constexpr std::uint32_t kWsaEInterrupted = 10004;
 constexpr std::uint32_t kWsaEInvalid = 10022;
 constexpr std::uint32_t kWsaENotSocket = 10038;
 constexpr std::uint32_t kWsaEAddressInUse = 10048;
+constexpr std::uint32_t kWsaENetworkUnreachable = 10051;
 constexpr std::uint32_t kWsaEConnectionAborted = 10053;
 constexpr std::uint32_t kWsaEConnectionReset = 10054;
 constexpr std::uint32_t kWsaENotConnected = 10057;

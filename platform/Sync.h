@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/Handle.h"
 
@@ -34,6 +35,8 @@ private:
 // CreateMutexW: an existing mutex of that name yields a valid handle with last error 183.
 UniqueHandle createMutex(const NullDaclSecurityC* security, bool initialOwner, const std::wstring& name);
 bool releaseMutex(HandleValue mutex);
+// OpenMutexW for waiting on it: an invalid handle with last error 2 when no process has that mutex.
+UniqueHandle openMutex(const std::wstring& name);
 
 // CreateEventW: same naming rule as mutexes.
 UniqueHandle createEvent(const NullDaclSecurityC* security, bool manualReset, bool initialState,
@@ -43,5 +46,8 @@ bool resetEvent(HandleValue event);
 
 // WaitForSingleObject on a mutex, event, process or thread handle; timeouts follow the installed clock.
 std::uint32_t waitForSingleObject(HandleValue handle, std::uint32_t milliseconds);
+// WaitForMultipleObjects for any one of `handles`: kWaitObject0 + the index of the one that was signalled,
+// kWaitTimeout or kWaitFailed.
+std::uint32_t waitForAnyObject(const std::vector<HandleValue>& handles, std::uint32_t milliseconds);
 
 }  // namespace platform

@@ -94,11 +94,8 @@ bool AsciiCoderC::beginMessage(std::uint16_t messageId, std::uint32_t kind, cons
 bool AsciiCoderC::patchTrailer(MAL::UTI::RingBufferC& buffer)
 {
     const std::size_t length = buffer.messageLength();
-    std::uint16_t crc = 0;
-    for (std::size_t i = 0; i < length; ++i) {
-        if (i >= m_checksumOffset && i < m_checksumOffset + kChecksumChars) continue;
-        crc = crc16Update(crc, buffer.byteAt(i));
-    }
+    const std::uint16_t head = crc16OfMessage(buffer, 0, m_checksumOffset, 0);
+    const std::uint16_t crc = crc16OfMessage(buffer, m_checksumOffset + kChecksumChars, length, head);
     const std::string text = checksumText(crc);
     if (!MAL_ASSERT(text.size() == kChecksumChars)) return false;
     for (std::size_t i = 0; i < kChecksumChars; ++i)

@@ -98,9 +98,7 @@ bool BinaryCoderC::patchTrailer(MAL::UTI::RingBufferC& buffer)
     const std::size_t length = buffer.messageLength();
     buffer.patch(kLengthOffset, static_cast<std::uint8_t>(length & 0xFF));
     buffer.patch(kLengthOffset + 1, static_cast<std::uint8_t>(length >> 8));
-    std::uint16_t crc = crc16Update(0, buffer.byteAt(0));
-    for (std::size_t i = kChecksumOffset + 2; i < length; ++i)
-        crc = crc16Update(crc, buffer.byteAt(i));
+    const std::uint16_t crc = crc16OfMessage(buffer, kChecksumOffset + 2, length, crc16Update(0, buffer.byteAt(0)));
     buffer.patch(kChecksumOffset, static_cast<std::uint8_t>(crc & 0xFF));
     buffer.patch(kChecksumOffset + 1, static_cast<std::uint8_t>(crc >> 8));
     return true;

@@ -1,5 +1,7 @@
 #include "sep/ConnectionHandlerC.h"
 
+#include <cstring>
+
 #include "sep/BinaryCoderC.h"
 #include "sep/RouterC.h"
 #include "sep/SerialFramerC.h"
@@ -19,19 +21,27 @@ ConnectionHandlerC::~ConnectionHandlerC() = default;
 
 void ConnectionHandlerC::onBytesReceived(const std::uint8_t* data, std::size_t length)
 {
-    if (m_readerConnection.procReadData(data, length) > 0) m_router->handleIncomingMessage(*this);
+    if (m_readerConnection.procReadData(data, length) == 0) return;
+    m_receivingThread = std::this_thread::get_id();
+    m_router->handleIncomingMessage(*this);
+    m_receivingThread = std::thread::id();
+    // The last command of the pass may have had no reply of its own to carry the held ones.
+    flush();
 }
 
 bool ConnectionHandlerC::flush()
 {
+    // Commands that a client sent together are answered together: while the receiving pass still has
+    // frames queued behind the one being handled, its replies wait in the send buffer and leave with the
+    // reply to the last one, in one write instead of one per reply. A transmit that fails later is logged
+    // where it fails; the handlers do not act on it.
+    if (std::this_thread::get_id() == m_receivingThread.load() && m_receiveBuffer.hasMessage()) return true;
     std::lock_guard<std::mutex> guard(m_flushLock);
-    std::vector<std::uint8_t> framed;
-    bool sent = true;
-    while (MAL::UTI::SerialFramerC::takeFramed(m_sendBuffer, framed)) {
-        if (!m_transmit || !m_transmit(framed.data(), framed.size())) sent = false;
-        framed.clear();
+    m_framed.clear();
+    while (MAL::UTI::SerialFramerC::takeFramed(m_sendBuffer, m_framed)) {
     }
-    return sent;
+    if (m_framed.empty()) return true;
+    return m_transmit && m_transmit(m_framed.data(), m_framed.size());
 }
 
 bool ConnectionHandlerC::forwardFrame(const std::vector<std::uint8_t>& frame)
@@ -58,6 +68,8 @@ std::unique_ptr<DataCoderI> ConnectionHandlerC::makeCoder()
 void ConnectionHandlerC::setCoding(const DataCoderI& coder)
 {
     std::lock_guard<std::mutex> guard(m_codingLock);
+    // Every frame sets it and the coding rarely changes: no new coder for the same one.
+    if (std::strcmp(m_coding->name(), coder.name()) == 0) return;
     m_coding = coder.clone();
 }
 

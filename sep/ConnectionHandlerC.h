@@ -2,10 +2,12 @@
 // Ties one byte-stream connection to the router: received bytes go through the framing into the receive
 // buffer and on to the router; messages written into the send buffer are framed and handed to the
 // connection's transmit function.
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "framework/RingBufferC.h"
@@ -31,7 +33,8 @@ public:
 
     // Bytes from the peer: framing, then every completed frame through the router.
     void onBytesReceived(const std::uint8_t* data, std::size_t length);
-    // Frames every message of the send buffer and transmits it; false when the transmit failed.
+    // Frames every message of the send buffer and transmits them in one piece; false when the transmit
+    // failed.
     bool flush();
     // Queues a frame unchanged (forwarding) and flushes.
     bool forwardFrame(const std::vector<std::uint8_t>& frame);
@@ -51,6 +54,9 @@ private:
     MAL::UTI::RingBufferC m_sendBuffer;
     MAL::HAL::ReaderConnectionC m_readerConnection;
     std::mutex m_flushLock;
+    std::vector<std::uint8_t> m_framed;
+    // The thread in a receiving pass over this connection's frames; none outside of one.
+    std::atomic<std::thread::id> m_receivingThread{};
     mutable std::mutex m_codingLock;
     std::unique_ptr<DataCoderI> m_coding;
 };

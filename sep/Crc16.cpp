@@ -1,5 +1,6 @@
 #include "sep/Crc16.h"
 
+#include <algorithm>
 #include <array>
 
 namespace SEP {
@@ -30,6 +31,18 @@ std::uint16_t crc16(const std::uint8_t* data, std::size_t length, std::uint16_t 
 {
     for (std::size_t i = 0; i < length; ++i)
         crc = crc16Update(crc, data[i]);
+    return crc;
+}
+
+std::uint16_t crc16OfMessage(const MAL::UTI::RingBufferC& buffer, std::size_t begin, std::size_t end, std::uint16_t crc)
+{
+    std::uint8_t block[256];
+    while (begin < end) {
+        const std::size_t length = std::min(sizeof block, end - begin);
+        if (!buffer.copyFromMessage(begin, block, length)) break;
+        crc = crc16(block, length, crc);
+        begin += length;
+    }
     return crc;
 }
 

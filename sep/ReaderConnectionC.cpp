@@ -7,13 +7,13 @@ namespace MAL::HAL {
 
 using MAL::UTI::SerialFramerC;
 
-void ReaderConnectionC::append(std::uint8_t byte)
+bool ReaderConnectionC::append(const std::uint8_t* bytes, std::size_t length)
 {
-    if (!m_buffer.inMessage() && !m_buffer.beginMessage()) {
+    if ((!m_buffer.inMessage() && !m_buffer.beginMessage()) || !m_buffer.write(bytes, length)) {
         m_state = StateE::Discard;
-        return;
+        return false;
     }
-    if (!m_buffer.write(byte)) m_state = StateE::Discard;
+    return true;
 }
 
 void ReaderConnectionC::unexpectedByte()
@@ -33,8 +33,21 @@ std::size_t ReaderConnectionC::procReadData(const std::uint8_t* data, std::size_
                     m_state = StateE::AfterCr;
                 else if (byte == SerialFramerC::ESCAPE)
                     m_state = StateE::AfterEscape;
-                else
-                    append(byte);
+                else {
+                    // The bytes up to the next CR or escape need no decision each: one write takes them.
+                    std::size_t end = i + 1;
+                    while (end < length && data[end] != SerialFramerC::CR && data[end] != SerialFramerC::ESCAPE)
+                        ++end;
+                    if (!append(data + i, end - i)) {
+                        // They do not all fit: byte by byte, so that discarding starts after the very byte
+                        // that did not fit.
+                        m_state = StateE::InFrame;
+                        while (i < end && append(data[i]))
+                            ++i;
+                        if (i < end) end = i + 1;
+                    }
+                    i = end - 1;
+                }
                 break;
             case StateE::AfterCr:
                 m_state = StateE::InFrame;

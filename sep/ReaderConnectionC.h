@@ -20,7 +20,9 @@ public:
     StateE state() const { return m_state; }
 
 private:
-    void append(std::uint8_t byte);
+    // False (and discarding) when the bytes do not fit the frame.
+    bool append(const std::uint8_t* bytes, std::size_t length);
+    bool append(std::uint8_t byte) { return append(&byte, 1); }
     void unexpectedByte();
 
     MAL::UTI::RingBufferC& m_buffer;

@@ -13,6 +13,7 @@
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
 #include "sim/TimeZoneData.h"
+#include "sim/standin/WlanDeviceModel.h"
 
 namespace halvern::sim {
 
@@ -125,6 +126,75 @@ bool provideWindows(const std::string& root, std::string& error)
     return true;
 }
 
+// The computer module's network adapters: the I210 pair (the first towards the sensor board), the WLAN
+// module and the hosted network's virtual adapter, each with its device instance, its driver's class key
+// and its entry in the adapter list.
+struct NetworkDeviceT {
+    const char* instance;  // below Enum, "\\" between bus, device and instance
+    const char* hardwareIds;
+    const char* driverKey;  // below the network class key
+    const char* description;
+    const char* mac;
+    const char* addresses;
+};
+const NetworkDeviceT kNetworkDevices[] = {
+    {"PCI\\VEN_8086&DEV_1533&SUBSYS_00000000&REV_03\\4&213d5de2&0&00E1",
+     "PCI\\VEN_8086&DEV_1533&SUBSYS_00000000&REV_03\nPCI\\VEN_8086&DEV_1533&SUBSYS_00000000", "0001",
+     "Intel(R) I210 Gigabit Network Connection", "00-0b-5d-1a-2c-3f", "fe80::20b:5dff:fe1a:2c3f\n192.168.2.2"},
+    {"PCI\\VEN_8086&DEV_1533&SUBSYS_00000000&REV_03\\4&1f7a2c10&0&00E2",
+     "PCI\\VEN_8086&DEV_1533&SUBSYS_00000000&REV_03\nPCI\\VEN_8086&DEV_1533&SUBSYS_00000000", "0002",
+     "Intel(R) I210 Gigabit Network Connection #2", "00-0b-5d-1a-2c-40", "169.254.12.7"},
+    {"PCI\\VEN_168C&DEV_0033&SUBSYS_3112168C&REV_01\\4&2e3f4a5b&0&00E3",
+     "PCI\\VEN_168C&DEV_0033&SUBSYS_3112168C&REV_01\nPCI\\VEN_168C&DEV_0033&SUBSYS_3112168C", "0003",
+     "Qualcomm Atheros AR9485WB-EG Wireless Network Adapter", "00-03-7f-12-34-56", ""},
+    {"{5D624F94-8850-40C3-A3FA-A4FD2080BAF3}\\VWIFIMP_WFD\\5&2b1c7f0&0&11",
+     "{5d624f94-8850-40c3-a3fa-a4fd2080baf3}\\vwifimp_wfd", "0004", "Microsoft Hosted Network Virtual Adapter",
+     "02-03-7f-12-34-56", "192.168.137.1"},
+};
+constexpr const char* kNetworkClass = "{4D36E972-E325-11CE-BFC1-08002BE10318}";
+
+std::string keyPath(std::string windowsKey)
+{
+    for (char& c : windowsKey)
+        if (c == '\\') c = '/';
+    return windowsKey;
+}
+
+bool provideNetwork(const std::string& root)
+{
+    const std::string machine = root + "/registry/HKLM/SYSTEM/CurrentControlSet";
+    std::string adapters;
+    for (const auto& device : kNetworkDevices) {
+        const std::string instance = machine + "/Enum/" + keyPath(device.instance);
+        const std::string driver = machine + "/Control/Class/" + kNetworkClass + "/" + device.driverKey;
+        if (!provideValue(instance, "ClassGUID", platform::kRegSz, kNetworkClass) ||
+            !provideValue(instance, "Driver", platform::kRegSz, std::string(kNetworkClass) + "\\" + device.driverKey) ||
+            !provideValue(instance, "HardwareID", platform::kRegMultiSz, device.hardwareIds) ||
+            !provideValue(driver, "DeviceInstanceID", platform::kRegSz, device.instance) ||
+            !provideValue(driver, "DriverDesc", platform::kRegSz, device.description))
+            return false;
+        adapters += "adapter\ndescription=" + std::string(device.description) + "\nmac=" + device.mac + "\n";
+        std::istringstream addresses(device.addresses);
+        for (std::string address; std::getline(addresses, address);)
+            adapters += "address=" + address + "\n";
+    }
+    // The wired adapter negotiates its speed; the WLAN driver is set up for Switzerland on channel 36.
+    const std::string wired = machine + "/Control/Class/" + kNetworkClass + "/0001";
+    const std::string wlan = machine + "/Control/Class/" + kNetworkClass + "/0003";
+    return provideValue(wired, "*SpeedDuplex", platform::kRegSz, "0") &&
+           provideValue(wlan, "ccode", platform::kRegSz, "CH") &&
+           provideValue(wlan, "ApChanNum", platform::kRegSz, "36") &&
+           provideValue(wlan, "defaultApChannel", platform::kRegSz, "36") &&
+           provideValue(wlan, "ApChanExtOffset", platform::kRegSz, "1") &&
+           provideValue(wlan, "NetBand", platform::kRegSz, "104003") &&
+           platform::sim::makeDirectories(root + "/sim/network") &&
+           provideFile(root + "/sim/network/adapters", adapters) &&
+           // No default gateway: the instrument routes only to its own links.
+           provideFile(root + "/sim/network/routes",
+                       "127.0.0.0 255.0.0.0 On-link\n192.168.2.0 255.255.255.0 On-link\n"
+                       "192.168.137.0 255.255.255.0 On-link\n");
+}
+
 }  // namespace
 
 bool createSimRootLayout(const std::string& root, std::string& error)
@@ -136,7 +206,12 @@ bool createSimRootLayout(const std::string& root, std::string& error)
             return false;
         }
     }
-    return provideWindows(root, error);
+    if (!provideWindows(root, error)) return false;
+    if (!provideNetwork(root) || !provideWlanDriverLayout(root)) {
+        error = "cannot prepare the network adapters of " + root + ": " + std::strerror(errno);
+        return false;
+    }
+    return true;
 }
 
 std::string makeTemporarySimRoot(std::string& error)

@@ -1,10 +1,12 @@
 #include "sim/WindowsControlCommands.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "platform/Registry.h"
+#include "platform/Socket.h"
 #include "platform/Text.h"
 #include "platform/Time.h"
 #include "platform/sim/SimClock.h"
@@ -43,6 +45,26 @@ std::string uwfCommand(const std::vector<std::string>& arguments)
     return "OK";
 }
 
+// The simulated network's route table, as route.exe keeps it: a gateway added here is what the network
+// observer has to remove.
+std::string routeCommand(const std::vector<std::string>& arguments)
+{
+    const std::string table = platform::sim::root() + "/sim/network/routes";
+    if (arguments.size() == 1 && arguments[0] == "list") {
+        std::ifstream in(table);
+        std::string routes;
+        for (std::string line; std::getline(in, line);)
+            routes += (routes.empty() ? "" : "; ") + line;
+        return "OK " + routes;
+    }
+    std::uint32_t gateway = 0;
+    if (arguments.size() != 2 || arguments[0] != "add-default" || !platform::parseIpv4(arguments[1], gateway))
+        return "ERROR usage: route add-default GATEWAY | route list";
+    std::ofstream out(table, std::ios::app);
+    out << "0.0.0.0 0.0.0.0 " << arguments[1] << " persistent\n";
+    return out ? "OK" : "ERROR cannot write " + table;
+}
+
 std::string serviceCommand(const std::vector<std::string>& arguments)
 {
     if (arguments.size() != 2 || (arguments[1] != "get" && arguments[1] != "stop"))
@@ -58,6 +80,34 @@ std::string serviceCommand(const std::vector<std::string>& arguments)
     return "OK " + (std::getline(in, state) ? state : std::string("STOPPED"));
 }
 
+// The USB stick in the production drive F:: its volume label, and the update image it may carry.
+std::string usbCommand(const std::vector<std::string>& arguments)
+{
+    const std::string root = platform::sim::root();
+    const std::string volume = root + "/sim/volumes/F";
+    const std::string drive = root + "/F";
+    if (arguments.size() == 2 && arguments[0] == "plug") {
+        if (!platform::sim::makeDirectories(root + "/sim/volumes") || !platform::sim::makeDirectories(drive))
+            return "ERROR cannot prepare " + drive;
+        std::ofstream out(volume, std::ios::trunc);
+        out << arguments[1] << "\n";
+        return out ? "OK" : "ERROR cannot write " + volume;
+    }
+    if (arguments.size() == 1 && arguments[0] == "unplug") {
+        std::error_code ignored;
+        std::filesystem::remove(volume, ignored);
+        std::filesystem::remove_all(drive, ignored);
+        return "OK";
+    }
+    if (arguments.size() == 1 && arguments[0] == "image") {
+        if (!platform::sim::makeDirectories(drive + "/system")) return "ERROR cannot prepare " + drive;
+        std::ofstream out(drive + "/system/software.img", std::ios::trunc);
+        out << "simulated firmware image\n";
+        return out ? "OK" : "ERROR cannot write the image";
+    }
+    return "ERROR usage: usb plug LABEL | usb image | usb unplug";
+}
+
 }  // namespace
 
 void addWindowsControlCommands(ControlCommandsC& commands)
@@ -65,6 +115,8 @@ void addWindowsControlCommands(ControlCommandsC& commands)
     commands.add("clock", clockCommand);
     commands.add("uwf", uwfCommand);
     commands.add("service", serviceCommand);
+    commands.add("route", routeCommand);
+    commands.add("usb", usbCommand);
 }
 
 }  // namespace halvern::sim

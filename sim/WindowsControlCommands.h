@@ -1,7 +1,8 @@
 #pragma once
 // Control commands for the Windows side of the simulated instrument: "clock get" (the instrument's UTC and
 // local time and its zone), "uwf on|off" (the write filter protects the system volume / does not) and
-// "service NAME get|stop" (a service's state; a stop as an administrator would make it).
+// "service NAME get|stop" (a service's state; a stop as an administrator would make it) and "usb plug
+// LABEL|image|unplug" (a USB stick with that volume label in F:, the update image on it, no stick).
 #include "sim/ControlCommands.h"
 
 namespace halvern::sim {

@@ -22,6 +22,8 @@
 #include "sim/ControlServer.h"
 #include "sim/SimRootLayout.h"
 #include "sim/WindowsControlCommands.h"
+#include "sim/board/HmiControlCommands.h"
+#include "sim/board/SensorBoardControlCommands.h"
 #include "sim/efi/EfiControlCommands.h"
 #include "sim/i2c/I2cControlCommands.h"
 #include "sim/standin/StandInInstall.h"
@@ -103,6 +105,10 @@ int main(int argc, char** argv)
     app.add_option("--root", root, "sim root to use (created if missing); default: a new temporary folder");
     app.add_option("--halvern", halvernPath, "the host build of Halvern to start")->capture_default_str();
     app.add_flag("--no-halvern", withoutHalvern, "run the instrument only, until Ctrl-C");
+    int boardBootDelayMs = halvern::sim::kDefaultBoardBootDelayMs;
+    app.add_option("--board-boot-delay", boardBootDelayMs, "milliseconds from the sensor board's power-on to its login")
+        ->capture_default_str()
+        ->check(CLI::NonNegativeNumber);
     app.add_option("halvern-arguments", halvernArguments, "arguments for Halvern, after --");
     auto* ctl = app.add_subcommand("ctl", "send one command to a running instrument and print its reply");
     std::string ctlRoot;
@@ -138,6 +144,15 @@ int main(int argc, char** argv)
     if (!i2cServer.start(root, error)) std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
     halvern::sim::addI2cControlCommands(commands, i2cDevices);
     halvern::sim::addWindowsControlCommands(commands);
+    halvern::sim::SensorBoardModelC board;
+    board.setBootDelay(boardBootDelayMs);
+    board.setPowerObserver([&efiModel](bool powered) { efiModel.setSensorBoardPowered(powered); });
+    if (!board.start(root, error)) std::fprintf(stderr, "halvern-sim: sensor board: %s\n", error.c_str());
+    halvern::sim::addSensorBoardControlCommands(commands, board);
+    halvern::sim::HmiBoardModelC hmi;
+    if (!hmi.start(root, error)) std::fprintf(stderr, "halvern-sim: HMI board: %s\n", error.c_str());
+    halvern::sim::CalibrationMutexesC calibrationMutexes;
+    halvern::sim::addHmiControlCommands(commands, hmi, calibrationMutexes);
     halvern::sim::ControlServerC control(commands);
     if (!control.start(root, error)) {
         std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
@@ -148,6 +163,12 @@ int main(int argc, char** argv)
     std::printf("halvern-sim: Halvern log %s\n", halvern::sim::logFilePath(root).c_str());
     std::fflush(stdout);
     if (withoutHalvern) return runInstrumentOnly();
+
+    // Windows takes longer to come up than the sensor board's boot loader: Halvern's first line on the
+    // board's console reaches the booting kernel (which keeps it for its login prompt), never U-Boot.
+    for (int waited = 0; board.stage() == halvern::sim::SensorBoardModelC::StageE::UBoot && waited < 60000;
+         waited += 10)
+        usleep(10000);
 
     struct sigaction action {};
     action.sa_handler = onCloseSignal;

@@ -18,9 +18,6 @@ const wchar_t* const kDummyConsole = L"c:\\windows\\system32\\cmd.exe";
 const wchar_t* const kDiagnosticsService = L"D:\\ZentorBackend\\DiagnosticsService.exe";
 const wchar_t* const kBackendCommandLine = L"python D:\\ZentorBackend\\StartScanner.py";
 const wchar_t* const kFrontend = L"D:\\ZentorFrontend\\ZentorFrontend.exe";
-// %ws: a wide string, as the Windows printf family reads it (the log reads it the same way). Not a
-// constant, so that the compiler's format check, which does not know %ws, leaves it to the log.
-const char* kFailedToStart = "[%s] [ERROR]: Failed to start %ws, ERROR(%d)";
 const wchar_t* const kDiagnosticsPipe = L"\\\\.\\pipe\\DiagnosticsServiceProcessManagement";
 
 constexpr std::uint32_t kUserSession = 1;
@@ -183,7 +180,8 @@ bool SysManagerC::StartComApplication()
         m_diagnosticsService = std::move(diagnostics);
     }
     if (!diagnosticsStarted) {
-        WriteLog(kFailedToStart, tag, L"DiagnosticsService.exe", lastErrorNumber());
+        WriteLogWindows("[%s] [ERROR]: Failed to start %ws, ERROR(%d)", tag, L"DiagnosticsService.exe",
+                        lastErrorNumber());
         return false;
     }
 

@@ -2,6 +2,7 @@
 // clients are told, and Windows is shut down. Whether the instrument then restarts is the power
 // controller's business, which the shutdown sequence has already told.
 #include "app/Log.h"
+#include "links/TelnetConnection.h"
 #include "platform/Clock.h"
 #include "platform/Registry.h"
 #include "platform/Socket.h"
@@ -53,6 +54,23 @@ std::string SysManagerC::GetSensorBoardAddress() const
                      address.c_str());
     }
     return address;
+}
+
+void SysManagerC::ApplySensorBoardEndpoint() const
+{
+    halvern::links::TelnetEndpointT endpoint;
+    endpoint.host = GetSensorBoardAddress();
+    platform::UniqueRegKey key;
+    std::uint32_t port = 0;
+    std::uint32_t type = 0;
+    if (platform::regOpenKeyRead(platform::RegHive::CurrentUser, L"SOFTWARE\\Vexar\\Halvern", key) == 0 &&
+        platform::regQueryDword(key, L"SensorBoardTelnetPort", port, type) == 0 && type == platform::kRegDword) {
+        if (port > 0 && port <= 0xFFFF)
+            endpoint.port = std::to_string(port);
+        else
+            WriteLog("[ERROR]: SensorBoardTelnetPort %u is no TCP port, using %s", port, endpoint.port.c_str());
+    }
+    halvern::links::setTelnetEndpoint(endpoint);
 }
 
 bool SysManagerC::RequestSensorboardHalt()

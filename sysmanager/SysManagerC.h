@@ -2,7 +2,9 @@
 // The process-wide system manager: created on first use, destroyed once at teardown. It holds what the
 // start-up, the main window and the command server share: the main window, the start settings, the
 // instrument application's process and shutdown answer, and the pending power request.
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -48,6 +50,26 @@ struct TimeZoneDescription {
     std::string keyName;
     std::string daylightName;
     platform::RegTziFormat tzi;
+};
+
+// One object of a firmware image as the updater describes it. The updater's "IMG_CONFIG" describes the
+// installed firmware, a text file of one object per line, "ID;NAME;MAJOR;MINOR;BUILD;SIZE;TYPE" with decimal
+// numbers (SIZE in bytes); object 0 is the image as a whole. An image file begins with its own object 0 line.
+struct FwObjectInfoT {
+    std::string name;
+    std::uint32_t objectId = 0;
+    std::uint16_t versionMajor = 0;
+    std::uint16_t versionMinor = 0;
+    std::uint32_t build = 0;
+    std::uint32_t sizeBytes = 0;
+    std::uint16_t type = 0;
+};
+
+// The installed firmware next to an image that an update would install.
+struct FwUpdateInfoT {
+    std::string installedName;
+    std::string imagePath;
+    FwObjectInfoT image;
 };
 
 class SysManagerC {
@@ -105,6 +127,9 @@ public:
     // test has set one.
     void SetSensorBoardAddress(const std::string& address);
     std::string GetSensorBoardAddress() const;
+    // Points the sensor board's telnet client at the board's address and at its telnet port: 23 unless the
+    // per-user setting "SensorBoardTelnetPort" (REG_DWORD) names another, as the simulated board does.
+    void ApplySensorBoardEndpoint() const;
 
     void ConfigurePowerCycleRequest(std::int32_t type, bool force, std::uint32_t timeoutSeconds);
     std::int32_t GetApplicationPowerRequestType() const { return m_applicationPowerRequestType; }
@@ -148,9 +173,55 @@ public:
     // True when the write filter's state could be read; `active` starts as true, so a failure reports it
     // active.
     bool GetUWFilter(bool& active);
+    // Makes a registry value written while the write filter protects the system survive the next boot
+    // ("HKLM\..." key, value name). True when committed, or when the filter does not protect.
+    bool CommitRegistryValue(const std::wstring& key, const std::wstring& valueName);
+
+    // Firmware update. The update-state record "C:\vexarBatches\Halvern\FW_UPDATE_STATE" belongs to the
+    // updater, which writes it: 376 bytes, read whole at start. Halvern reads three of its fields: the image
+    // of a pending update (bytes 0..259, ANSI text ended by a NUL; empty: the internal image copy), the
+    // update status (u16 at byte 356; 2: an update is pending) and the validity mark (u32 at byte 364,
+    // 0xACDC0815), all little-endian.
+    static constexpr std::size_t kFwUpdateStateBytes = 376;
+    // The production drive's image, and the internal copy the updater installs from (its folder is outside
+    // the write filter's protection, so the copy survives the updater's reboots).
+    static constexpr const wchar_t* kAutoUpdateImage = L"f:\\system\\software.img";
+    static constexpr const wchar_t* kInternalImage = L"C:\\vexarBatches\\Unprotected\\Zentor.fw";
+    bool readFwUpdateState();
+    bool isFwUpdatePending() const;
+    std::wstring GetPendingUpdateImage() const;
+    // Looks for the production drive's image for about eleven seconds: the drive may still be mounting.
+    bool isAutoUpdateFileAvailable();
+    // A client's request: the image goes to the internal copy first, which survives the updater's reboots.
+    // With `shutdownRequired` the caller ends Halvern so that the updater can replace its files.
+    bool startUpdater(const std::wstring& imagePath, bool force, bool& shutdownRequired);
+    // Starts the updater in the user's session once the power and the WLAN module allow it, and waits up to
+    // 15 s for it to end or to ask for Halvern's end (`shutdownRequired`). True when it was started and
+    // did not fail within the wait.
+    bool startFirmwareUpdate(const std::wstring& imagePath, const std::wstring& extraArgument, bool& shutdownRequired,
+                             bool batteryCheck);
+    // The updater's screen that lists the components the hardware check found failing.
+    bool showFirmwareUpdaterErrorMsg(const std::wstring& componentList);
+    // The installed firmware's object `objectId` (0: the image itself); false (logged) when the updater's
+    // description or the object is missing.
+    bool GetFirmwareObjectInfo(std::uint32_t objectId, FwObjectInfoT& info);
+    // What an update with `imagePath` would install; an empty path asks for the pending update's image.
+    bool GetFirmwareUpdateInfo(const std::wstring& imagePath, FwUpdateInfoT& info);
+
+    // The network observer: a thread that deletes every persistent default route at its start and at each
+    // change of the route table, until it is stopped.
+    bool startNetworkObserver();
+    // `renew`: release and renew the DHCP leases once the observer has ended, so that a gateway can come
+    // back. False only when the thread did not end in time.
+    bool stopNetworkObserver(bool renew);
+    // Without the instance: the observer's thread runs them while the instance may be going away.
+    static bool removeGateways();
+    static bool runIpconfigCMD(const std::wstring& parameters);
 
 private:
     SysManagerC() = default;
+    // The observer's thread ends before its event goes.
+    ~SysManagerC();
 
     mutable std::mutex m_lock;
     std::atomic<bool> m_rtcValid{false};
@@ -169,5 +240,10 @@ private:
     std::atomic<std::int32_t> m_applicationPowerRequestType{POWER_REQUEST_QUIT};
     std::atomic<bool> m_powerRequestForce{false};
     std::atomic<std::uint32_t> m_powerRequestTimeout{0};
+    std::array<std::uint8_t, kFwUpdateStateBytes> m_fwUpdateState{};
+    bool m_fwUpdateStateValid = false;
     EFIServiceIPC m_efiServiceIPC;
+    // Both empty while the network observer does not run.
+    platform::UniqueHandle m_networkObserverThread;
+    platform::UniqueHandle m_networkObserverExit;
 };

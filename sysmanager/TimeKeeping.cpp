@@ -20,9 +20,6 @@
 namespace {
 
 constexpr const char* kDefaultTimeZone = "W. Europe Standard Time";
-// "%I64d": the Windows spelling of a 64-bit integer, which the log understands. Not a constant, so that the
-// compiler's format check, which does not know it, leaves it to the log.
-const char* kOffsetFromFile = "Get time offset from file: %I64d\n";
 // Polls of the time service after its start, each after this wait.
 constexpr int kServiceStartPolls = 10;
 constexpr std::uint32_t kServicePollMs = 200;
@@ -30,24 +27,6 @@ constexpr std::uint32_t kServicePollMs = 200;
 int lastErrorCode()
 {
     return static_cast<int>(platform::lastError());
-}
-
-// The first line of the offset file with the C++ library's stod: leading blanks skipped, trailing text
-// ignored. The texts are those the instrument's runtime gives these failures.
-std::int64_t offsetFromLine(const std::string& line)
-{
-    double value = 0;
-    try {
-        value = std::stod(line);
-    } catch (const std::invalid_argument&) {
-        throw std::invalid_argument("invalid stod argument");
-    } catch (const std::out_of_range&) {
-        throw std::out_of_range("stod argument out of range");
-    }
-    // A value that no 64-bit offset can hold is out of range too, not a number to wrap around.
-    if (!std::isfinite(value) || value >= 9.2233720368547758e18 || value <= -9.2233720368547758e18)
-        throw std::out_of_range("stod argument out of range");
-    return static_cast<std::int64_t>(value);
 }
 
 std::string readWholeFile(std::FILE* file)
@@ -222,55 +201,8 @@ bool SysManagerC::GetCalcOffsetTzStdNameDlght(std::int64_t& offset, std::string&
         return false;
     }
 
-    offset = 0;
-    bool read = true;
-    int number = 0;
-    std::size_t position = 0;
-    bool endOfFile = false;
-    // Line by line as a stream reads them: a final line end leaves one more, empty line before the end.
-    while (!endOfFile) {
-        const std::size_t lineEnd = content.find('\n', position);
-        std::string line;
-        if (lineEnd == std::string::npos) {
-            line = content.substr(position);
-            position = content.size();
-            endOfFile = true;
-        } else {
-            line = content.substr(position, lineEnd - position);
-            position = lineEnd + 1;
-        }
-        ++number;
-        if (line.empty()) {
-            if (number <= 3) {
-                WriteLog("Empty mandatory line:%d found in offset file!\n", number);
-                read = false;
-            } else {
-                WriteLog("Empty additional line:%d found in offset file!\n", number);
-            }
-            break;
-        }
-        if (number == 1) {
-            try {
-                offset = offsetFromLine(line);
-            } catch (const std::exception& failure) {
-                WriteLog("[%s] [ERROR]: %s", function, failure.what());
-                read = false;
-                break;
-            }
-        } else if (number == 2) {
-            standardName = line;
-        } else if (number == 3) {
-            daylightSaving = line == "true";
-        }
-    }
-    // A file cut short before its third line has no zone to apply.
-    if (read && number < 3) read = false;
-
-    if (!read) {
-        WriteLog("No time offset found in file!\n");
-        return false;
-    }
-    WriteLog(kOffsetFromFile, static_cast<long long>(offset));
+    if (!halvern::time::parseOffsetFile(content, offset, standardName, daylightSaving)) return false;
+    WriteLogWindows("Get time offset from file: %I64d\n", static_cast<long long>(offset));
     return true;
 }
 

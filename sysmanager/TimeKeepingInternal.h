@@ -13,6 +13,10 @@ constexpr const char* kOffsetFilePath = "C:\\vexarBatches\\Halvern\\user_time_of
 // The same file as the write filter names it: on the volume "C:".
 constexpr const wchar_t* kOffsetFileOnVolume = L"\\vexarBatches\\Halvern\\user_time_offs.bin";
 
+// The offset file's lines: the offset in 100-ns units, the zone's standard name, "true" for daylight saving.
+// False (logged) when one of the three is missing or the offset is no number.
+bool parseOffsetFile(const std::string& content, std::int64_t& offset, std::string& standardName, bool& daylightSaving);
+
 // The C runtime's error for a name that does not fit (ERANGE of strcpy_s).
 constexpr int kCopyError = 34;
 // strcpy_s into the 256 characters of the record: false (and an empty field) when the name does not fit.

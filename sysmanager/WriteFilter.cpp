@@ -68,6 +68,31 @@ bool SysManagerC::GetUWFilter(bool& active)
     return true;
 }
 
+bool SysManagerC::CommitRegistryValue(const std::wstring& key, const std::wstring& valueName)
+{
+    const char* const function = "SysManagerC::CommitRegistryValue";
+    bool active = true;
+    if (!GetUWFilter(active)) {
+        WriteLog("[%s] [ERROR]: Get UWF status failed.", function);
+        return false;
+    }
+    if (!active) return true;
+    const halvern::time::UwfCommitT commit = halvern::time::loadUwfCommit("UwfCfgCommitRegistry");
+    if (!commit.function) {
+        WriteLog(
+            "[%s] [ERROR]: Failed to load uwf library or to retrieve the UwfCfgCommitRegistry function.(ERROR: %d)",
+            function, static_cast<int>(commit.error));
+        return false;
+    }
+    const std::int32_t result = commit.function(key.c_str(), valueName.c_str());
+    if (result != 0) {
+        WriteLogWindows("[%s] [ERROR]: The registry value %ws of %ws wasn't commited. (ERROR: %d)", function,
+                        valueName.c_str(), key.c_str(), result);
+        return false;
+    }
+    return true;
+}
+
 namespace halvern::time {
 
 UwfCommitT loadUwfCommit(const char* functionName)

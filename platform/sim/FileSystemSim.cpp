@@ -2,7 +2,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
+#include <filesystem>
+#include <fstream>
 
 #include "platform/FileSystem.h"
 #include "platform/Text.h"
@@ -188,6 +191,59 @@ bool createDirectory(const std::wstring& windowsPath)
         setLastError(path.empty() ? kErrorPathNotFound : errnoToWindows(errno));
         return false;
     }
+    return true;
+}
+
+bool copyFile(const std::wstring& fromWindowsPath, const std::wstring& toWindowsPath, bool failIfExists)
+{
+    const std::string from = resolve(fromWindowsPath);
+    const std::string to = resolve(toWindowsPath);
+    struct stat st {};
+    if (from.empty() || ::stat(from.c_str(), &st) != 0 || S_ISDIR(st.st_mode)) {
+        setLastError(from.empty() ? kErrorPathNotFound : kErrorFileNotFound);
+        return false;
+    }
+    if (to.empty() || !std::filesystem::is_directory(std::filesystem::path(to).parent_path())) {
+        setLastError(kErrorPathNotFound);
+        return false;
+    }
+    if (::stat(to.c_str(), &st) == 0) {
+        if (failIfExists) {
+            setLastError(kErrorFileExists);
+            return false;
+        }
+        // As on Windows, a read-only or folder target is not replaced.
+        if (isReadOnly(st) || S_ISDIR(st.st_mode)) {
+            setLastError(kErrorAccessDenied);
+            return false;
+        }
+    }
+    std::error_code error;
+    std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing, error);
+    if (error) {
+        setLastError(errnoToWindows(error.value()));
+        return false;
+    }
+    return true;
+}
+
+bool getVolumeLabel(const std::wstring& rootPath, std::wstring& label)
+{
+    const std::string base = sim::root();
+    const std::string path = narrow(rootPath).value_or(std::string());
+    if (base.empty() || path.size() < 2 || path[1] != ':' || !std::isalpha(static_cast<unsigned char>(path[0]))) {
+        setLastError(kErrorPathNotFound);
+        return false;
+    }
+    const char letter = static_cast<char>(std::toupper(static_cast<unsigned char>(path[0])));
+    std::ifstream in(base + "/sim/volumes/" + letter);
+    if (!in) {
+        setLastError(kErrorPathNotFound);
+        return false;
+    }
+    std::string text;
+    std::getline(in, text);
+    label = widen(text);
     return true;
 }
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <unordered_map>
 
 #include "platform/Clock.h"
@@ -55,6 +56,22 @@ bool waitWithClock(std::unique_lock<std::mutex>& lock, std::condition_variable& 
         if (now >= deadline) return false;
         const auto realWait = clk.idleWait(deadline - now);
         if (realWait.count() > 0) cv.wait_for(lock, realWait);
+    }
+    return true;
+}
+
+bool pollWithClock(std::uint32_t milliseconds, std::uint64_t sliceMs, const std::function<bool()>& ready,
+                   const std::function<void(std::chrono::milliseconds)>& pause)
+{
+    auto& clk = clock();
+    const std::uint64_t deadline = clk.tickCount64() + milliseconds;
+    while (!ready()) {
+        const std::uint64_t now = clk.tickCount64();
+        if (milliseconds != kInfinite && now >= deadline) return false;
+        const std::uint64_t slice =
+            milliseconds == kInfinite ? sliceMs : std::min<std::uint64_t>(deadline - now, sliceMs);
+        const auto realWait = clk.idleWait(slice);
+        if (realWait.count() > 0) pause(realWait);
     }
     return true;
 }

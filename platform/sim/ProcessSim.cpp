@@ -94,21 +94,15 @@ public:
 
     std::uint32_t wait(std::uint32_t milliseconds) override
     {
-        auto& clk = clock();
-        const std::uint64_t deadline = clk.tickCount64() + milliseconds;
-        for (;;) {
-            {
-                std::lock_guard<std::mutex> guard(m_lock);
-                reap(false);
-                if (m_exited) return kWaitObject0;
-            }
-            const std::uint64_t now = clk.tickCount64();
-            if (milliseconds != kInfinite && now >= deadline) return kWaitTimeout;
-            const std::uint64_t slice =
-                milliseconds == kInfinite ? kPollSliceMs : std::min<std::uint64_t>(deadline - now, kPollSliceMs);
-            const auto realWait = clk.idleWait(slice);
-            if (realWait.count() > 0) std::this_thread::sleep_for(realWait);
-        }
+        const auto exited = [this] {
+            std::lock_guard<std::mutex> guard(m_lock);
+            reap(false);
+            return m_exited;
+        };
+        return sim::pollWithClock(milliseconds, kPollSliceMs, exited,
+                                  [](std::chrono::milliseconds pause) { std::this_thread::sleep_for(pause); })
+                   ? kWaitObject0
+                   : kWaitTimeout;
     }
 
 private:
@@ -282,7 +276,19 @@ bool spawn(const std::wstring& application, const std::wstring& commandLine, Pro
     if (setup.stdError >= 0) ::posix_spawn_file_actions_adddup2(&actions, setup.stdError, 2);
     if (!setup.directory.empty()) ::posix_spawn_file_actions_addchdir_np(&actions, setup.directory.c_str());
     pid_t pid = 0;
-    const int spawned = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    // A new process starts with no signal blocked and default handlers, whatever the spawning thread had
+    // (Halvern's threads block the signals its main thread waits for).
+    posix_spawnattr_t attributes;
+    ::posix_spawnattr_init(&attributes);
+    sigset_t none;
+    sigset_t all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    ::posix_spawnattr_setsigmask(&attributes, &none);
+    ::posix_spawnattr_setsigdefault(&attributes, &all);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    const int spawned = ::posix_spawn(&pid, program.c_str(), &actions, &attributes, argv.data(), envp.data());
+    ::posix_spawnattr_destroy(&attributes);
     ::posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) {
         setLastError(spawned == ENOENT ? kErrorPathNotFound : kErrorAccessDenied);
@@ -333,6 +339,14 @@ bool createProcess(const std::wstring& application, const std::wstring& commandL
                    ProcessInformationT& started)
 {
     return spawn(application, commandLine, started);
+}
+
+bool shellExecuteElevated(const std::wstring& file, const std::wstring& parameters, UniqueHandle& process)
+{
+    ProcessInformationT started;
+    if (!spawn(L"", L"\"" + file + L"\" " + parameters, started)) return false;
+    process = std::move(started.process);
+    return true;
 }
 
 bool createProcessInheriting(const std::wstring& commandLine, std::uint32_t, const std::wstring& currentDirectory,

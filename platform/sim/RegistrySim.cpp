@@ -118,7 +118,11 @@ std::optional<RegValueC> readValue(const std::string& keyFolderPath, const std::
 bool writeValue(RegHive hive, const std::string& subKey, const std::string& valueName, const RegValueC& value)
 {
     const std::string folder = keyFolder(hive, subKey);
-    if (folder.empty() || !makeDirectories(folder)) return false;
+    return !folder.empty() && makeDirectories(folder) && writeValueAt(folder, valueName, value);
+}
+
+bool writeValueAt(const std::string& folder, const std::string& valueName, const RegValueC& value)
+{
     const std::string path = resolveBelow(folder, {valueFileName(valueName)});
     const std::string temp = path + ".tmp";
     {
@@ -148,6 +152,47 @@ RegStatus regOpenKeyRead(RegHive hive, const std::wstring& subKey, UniqueRegKey&
     const std::string folder = sim::keyFolder(hive, narrow(subKey).value_or(std::string()));
     if (folder.empty() || !sim::isDirectory(folder)) return static_cast<RegStatus>(kErrorFileNotFound);
     key.reset(new SimRegKeyC{folder});
+    return static_cast<RegStatus>(kErrorSuccess);
+}
+
+RegStatus regOpenKey(RegHive hive, const std::wstring& subKey, RegAccess, UniqueRegKey& key)
+{
+    return regOpenKeyRead(hive, subKey, key);
+}
+
+RegStatus regCreateKey(RegHive hive, const std::wstring& subKey, UniqueRegKey& key)
+{
+    const std::string folder = sim::keyFolder(hive, narrow(subKey).value_or(std::string()));
+    if (folder.empty() || !sim::makeDirectories(folder)) {
+        key.reset();
+        return static_cast<RegStatus>(kErrorAccessDenied);
+    }
+    key.reset(new SimRegKeyC{folder});
+    return static_cast<RegStatus>(kErrorSuccess);
+}
+
+RegStatus regSetString(const UniqueRegKey& key, const std::wstring& valueName, const std::wstring& value, bool)
+{
+    if (!key) return static_cast<RegStatus>(kErrorInvalidHandle);
+    const auto text = narrow(value);
+    if (!text) return static_cast<RegStatus>(kErrorInvalidParameter);
+    return static_cast<RegStatus>(sim::writeValueAt(static_cast<SimRegKeyC*>(key.get())->folder,
+                                                    narrow(valueName).value_or(std::string()), {kRegSz, *text})
+                                      ? kErrorSuccess
+                                      : kErrorAccessDenied);
+}
+
+RegStatus regQueryMultiString(const UniqueRegKey& key, const std::wstring& valueName, std::vector<std::wstring>& values)
+{
+    values.clear();
+    if (!key) return static_cast<RegStatus>(kErrorInvalidHandle);
+    const auto stored =
+        sim::readValue(static_cast<SimRegKeyC*>(key.get())->folder, narrow(valueName).value_or(std::string()));
+    if (!stored) return static_cast<RegStatus>(kErrorFileNotFound);
+    if (stored->type != kRegMultiSz) return static_cast<RegStatus>(kErrorUnsupportedType);
+    std::istringstream lines(stored->data);
+    for (std::string line; std::getline(lines, line);)
+        values.push_back(widen(line));
     return static_cast<RegStatus>(kErrorSuccess);
 }
 

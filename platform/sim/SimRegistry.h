@@ -26,6 +26,8 @@ std::string valueFileName(const std::string& valueName);
 
 std::optional<RegValueC> readValue(const std::string& keyFolderPath, const std::string& valueName);
 bool writeValue(RegHive hive, const std::string& subKey, const std::string& valueName, const RegValueC& value);
+// The same in a key folder that exists.
+bool writeValueAt(const std::string& keyFolderPath, const std::string& valueName, const RegValueC& value);
 
 // REG_BINARY data as stored: pairs of hex digits, blanks and commas between them ignored.
 std::optional<std::vector<std::uint8_t>> hexBytes(const std::string& text);

@@ -10,10 +10,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <mutex>
+#include <set>
 #include <string>
+#include <thread>
 
 #include "platform/Socket.h"
 #include "platform/WinError.h"
@@ -93,6 +97,26 @@ void collect(std::vector<SocketPollT>* entries, const fd_set& set)
         entry.ready = FD_ISSET(fd(entry.socket), &set);
 }
 
+// Sockets whose connection attempt is under way: Windows reports the failure of such an attempt in the
+// exception set of select only.
+std::mutex g_pendingLock;
+std::set<int> g_pendingConnects;
+
+void setPending(int descriptor, bool pending)
+{
+    std::lock_guard<std::mutex> guard(g_pendingLock);
+    if (pending)
+        g_pendingConnects.insert(descriptor);
+    else
+        g_pendingConnects.erase(descriptor);
+}
+
+bool isPending(int descriptor)
+{
+    std::lock_guard<std::mutex> guard(g_pendingLock);
+    return g_pendingConnects.count(descriptor) != 0;
+}
+
 }  // namespace
 
 bool socketLibraryReady()
@@ -102,6 +126,7 @@ bool socketLibraryReady()
 
 bool closeSocket(SocketValue socket)
 {
+    setPending(fd(socket), false);
     return ::close(fd(socket)) == 0 || failWithErrno();
 }
 
@@ -189,8 +214,16 @@ bool resolveTcpEndpoint(const std::string& host, const std::string& service, std
 
 bool connectSocket(SocketValue socket, std::uint32_t address, std::uint16_t port)
 {
+    // The simulated instrument lives on this machine's loopback: an address outside it (the real sensor
+    // board's 192.168.2.1 left in a setting, say) is a network the simulation does not have.
+    if ((address >> 24) != 127) {
+        setLastError(kWsaENetworkUnreachable);
+        return false;
+    }
     const sockaddr_in endpoint = ipv4(address, port);
-    return ::connect(fd(socket), reinterpret_cast<const sockaddr*>(&endpoint), sizeof endpoint) == 0 || failWithErrno();
+    if (::connect(fd(socket), reinterpret_cast<const sockaddr*>(&endpoint), sizeof endpoint) == 0) return true;
+    if (errno == EINPROGRESS) setPending(fd(socket), true);
+    return failWithErrno();
 }
 
 int sendSocket(SocketValue socket, const void* data, std::size_t length)
@@ -227,11 +260,37 @@ int selectSockets(std::vector<SocketPollT>* read, std::vector<SocketPollT>* writ
         setLastError(kWsaEInvalid);
         return -1;
     }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     timeval timeout{static_cast<time_t>(timeoutMs / 1000), static_cast<suseconds_t>((timeoutMs % 1000) * 1000)};
-    const int ready = ::select(highest + 1, &readSet, &writeSet, &exceptSet, &timeout);
+    int ready = ::select(highest + 1, &readSet, &writeSet, &exceptSet, &timeout);
     if (ready < 0) {
         failWithErrno();
         return -1;
+    }
+    // A connection attempt that failed is not writable on Windows: it shows in the exception set only,
+    // so a caller that waits for writability alone waits out its time, as on the instrument.
+    if (write != nullptr) {
+        for (const auto& entry : *write) {
+            const int descriptor = fd(entry.socket);
+            if (!FD_ISSET(descriptor, &writeSet) || !isPending(descriptor)) continue;
+            int error = 0;
+            socklen_t length = sizeof error;
+            const bool failed = ::getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error != 0;
+            if (!failed) {
+                setPending(descriptor, false);
+                continue;
+            }
+            FD_CLR(descriptor, &writeSet);
+            --ready;
+            if (except != nullptr) {
+                for (const auto& watched : *except)
+                    if (fd(watched.socket) == descriptor && !FD_ISSET(descriptor, &exceptSet)) {
+                        FD_SET(descriptor, &exceptSet);
+                        ++ready;
+                    }
+            }
+        }
+        if (ready == 0) std::this_thread::sleep_until(deadline);
     }
     collect(read, readSet);
     collect(write, writeSet);

@@ -2,9 +2,12 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <map>
 #include <thread>
 
+#include "platform/Clock.h"
 #include "platform/Sync.h"
 #include "platform/Text.h"
 #include "platform/WinError.h"
@@ -98,9 +101,18 @@ struct EventStateC {
     std::condition_variable cv;
     bool manualReset = true;
     bool signalled = false;
+    bool named = false;
     NamedObjectFileC file;
 
     void publish() { file.writeState(signalled ? "signalled\n" : "nonsignalled\n"); }
+    // What another process of the sim root last made of a named event.
+    void refresh()
+    {
+        if (!named) return;
+        const std::string state = file.readState();
+        if (state == "signalled\n") signalled = true;
+        if (state == "nonsignalled\n") signalled = false;
+    }
 };
 
 template <typename State>
@@ -161,7 +173,9 @@ public:
     {
         auto& s = *m_state;
         std::unique_lock<std::mutex> guard(s.lock);
-        if (!sim::waitWithClock(guard, s.cv, milliseconds, [&] { return s.signalled; })) return kWaitTimeout;
+        if (!(s.named ? waitNamed(guard, milliseconds)
+                      : sim::waitWithClock(guard, s.cv, milliseconds, [&] { return s.signalled; })))
+            return kWaitTimeout;
         if (!s.manualReset) {
             s.signalled = false;
             s.publish();
@@ -178,6 +192,21 @@ public:
     }
 
 private:
+    // Another process signals a named event through its file, which no condition variable here hears of:
+    // the waiter looks at it a short while apart.
+    bool waitNamed(std::unique_lock<std::mutex>& guard, std::uint32_t milliseconds)
+    {
+        constexpr std::uint64_t kSliceMs = 10;
+        auto& s = *m_state;
+        return sim::pollWithClock(
+            milliseconds, kSliceMs,
+            [&s] {
+                s.refresh();
+                return s.signalled;
+            },
+            [&s, &guard](std::chrono::milliseconds pause) { s.cv.wait_for(guard, pause); });
+    }
+
     std::shared_ptr<EventStateC> m_state;
 };
 
@@ -234,6 +263,32 @@ UniqueHandle createMutex(const NullDaclSecurityC*, bool initialOwner, const std:
     return handle;
 }
 
+UniqueHandle openMutex(const std::wstring& name)
+{
+    std::shared_ptr<MutexStateC> state;
+    if (!name.empty()) {
+        auto& table = namedTable<MutexStateC>();
+        std::lock_guard<std::mutex> guard(table.lock);
+        if (auto it = table.objects.find(name); it != table.objects.end()) state = it->second.lock();
+        if (!state) {
+            // Held by another process of this sim root, or nowhere: then the probe's lock goes with it.
+            auto probe = std::make_shared<MutexStateC>();
+            if (probe->file.open(name, false)) {
+                probe->heldElsewhere = true;
+                table.objects[name] = probe;
+                state = std::move(probe);
+            }
+        }
+    }
+    if (!state) {
+        setLastError(kErrorFileNotFound);
+        return UniqueHandle();
+    }
+    UniqueHandle handle(sim::registerObject(std::make_unique<MutexObjectC>(std::move(state))));
+    setLastError(kErrorSuccess);
+    return handle;
+}
+
 bool releaseMutex(HandleValue mutex)
 {
     auto* object = objectOf<MutexObjectC>(mutex);
@@ -246,6 +301,7 @@ UniqueHandle createEvent(const NullDaclSecurityC*, bool manualReset, bool initia
     auto state = findOrCreate<EventStateC>(name, existed, [&](EventStateC& s, bool named) {
         s.manualReset = manualReset;
         s.signalled = initialState;
+        s.named = named;
         const bool elsewhere = named && s.file.open(name, false);
         if (elsewhere) {
             s.signalled = s.file.readState() == "signalled\n";
@@ -279,6 +335,26 @@ std::uint32_t waitForSingleObject(HandleValue handle, std::uint32_t milliseconds
 {
     auto* object = sim::lookupObject(handle);
     return object != nullptr ? object->wait(milliseconds) : kWaitFailed;
+}
+
+std::uint32_t waitForAnyObject(const std::vector<HandleValue>& handles, std::uint32_t milliseconds)
+{
+    // The objects live in different places (events here, processes and threads elsewhere): they are
+    // looked at in turn, a short while apart. The time-out runs on the installed clock, as every wait does.
+    constexpr std::uint64_t kPollMs = 20;
+    std::uint32_t result = kWaitTimeout;
+    const auto anySignalled = [&handles, &result] {
+        for (std::size_t i = 0; i < handles.size(); ++i) {
+            const std::uint32_t single = waitForSingleObject(handles[i], 0);
+            if (single == kWaitObject0) result = kWaitObject0 + static_cast<std::uint32_t>(i);
+            if (single == kWaitFailed) result = kWaitFailed;
+            if (single == kWaitObject0 || single == kWaitFailed) return true;
+        }
+        return false;
+    };
+    sim::pollWithClock(milliseconds, kPollMs, anySignalled,
+                       [](std::chrono::milliseconds pause) { std::this_thread::sleep_for(pause); });
+    return result;
 }
 
 }  // namespace platform

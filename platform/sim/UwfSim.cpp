@@ -56,6 +56,12 @@ std::int32_t commitFileDeletion(const wchar_t* volume, const wchar_t* file)
     return record("UwfCfgCommitFileDeletion", volume, file);
 }
 
+// The registry filter's commit: the key ("HKLM\...") and the value name.
+std::int32_t commitRegistry(const wchar_t* key, const wchar_t* value)
+{
+    return record("UwfCfgCommitRegistry", key, value);
+}
+
 }  // namespace
 
 std::vector<SimExportS> uwfConfigLibraryExports()
@@ -63,8 +69,10 @@ std::vector<SimExportS> uwfConfigLibraryExports()
     using CommitFn = std::int32_t (*)(const wchar_t*, const wchar_t*);
     CommitFn commit = commitFile;
     CommitFn deletion = commitFileDeletion;
+    CommitFn registry = commitRegistry;
     return {{"UwfCfgCommitFile", reinterpret_cast<ProcAddress>(commit)},
-            {"UwfCfgCommitFileDeletion", reinterpret_cast<ProcAddress>(deletion)}};
+            {"UwfCfgCommitFileDeletion", reinterpret_cast<ProcAddress>(deletion)},
+            {"UwfCfgCommitRegistry", reinterpret_cast<ProcAddress>(registry)}};
 }
 
 std::vector<std::string> uwfCommits(const std::string& rootPath)

@@ -92,4 +92,18 @@ std::string nativePath(const std::string& windowsPath)
     return windowsPath;
 }
 
+bool copyFile(const std::wstring& fromWindowsPath, const std::wstring& toWindowsPath, bool failIfExists)
+{
+    return CopyFileW(fromWindowsPath.c_str(), toWindowsPath.c_str(), failIfExists ? TRUE : FALSE) != FALSE;
+}
+
+bool getVolumeLabel(const std::wstring& rootPath, std::wstring& label)
+{
+    wchar_t name[MAX_PATH + 1] = {};
+    if (!GetVolumeInformationW(rootPath.c_str(), name, MAX_PATH + 1, nullptr, nullptr, nullptr, nullptr, 0))
+        return false;
+    label = name;
+    return true;
+}
+
 }  // namespace platform

@@ -31,6 +31,54 @@ RegStatus regOpenKeyRead(RegHive hive, const std::wstring& subKey, UniqueRegKey&
     return status;
 }
 
+RegStatus regOpenKey(RegHive hive, const std::wstring& subKey, RegAccess access, UniqueRegKey& key)
+{
+    const REGSAM rights = access == RegAccess::Query      ? KEY_QUERY_VALUE
+                          : access == RegAccess::SetValue ? KEY_SET_VALUE
+                                                          : KEY_ALL_ACCESS;
+    HKEY opened = nullptr;
+    const LSTATUS status = RegOpenKeyExW(hiveKey(hive), subKey.c_str(), 0, rights, &opened);
+    key.reset(status == ERROR_SUCCESS ? opened : nullptr);
+    return static_cast<RegStatus>(status);
+}
+
+RegStatus regCreateKey(RegHive hive, const std::wstring& subKey, UniqueRegKey& key)
+{
+    HKEY opened = nullptr;
+    const LSTATUS status = RegCreateKeyExW(hiveKey(hive), subKey.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                           KEY_ALL_ACCESS, nullptr, &opened, nullptr);
+    key.reset(status == ERROR_SUCCESS ? opened : nullptr);
+    return static_cast<RegStatus>(status);
+}
+
+RegStatus regSetString(const UniqueRegKey& key, const std::wstring& valueName, const std::wstring& value,
+                       bool withTerminator)
+{
+    const DWORD bytes = static_cast<DWORD>((value.size() + (withTerminator ? 1 : 0)) * sizeof(wchar_t));
+    return static_cast<RegStatus>(RegSetValueExW(static_cast<HKEY>(key.get()), valueName.c_str(), 0, REG_SZ,
+                                                 reinterpret_cast<const BYTE*>(value.c_str()), bytes));
+}
+
+RegStatus regQueryMultiString(const UniqueRegKey& key, const std::wstring& valueName, std::vector<std::wstring>& values)
+{
+    values.clear();
+    DWORD type = 0;
+    DWORD size = 0;
+    LSTATUS status = RegQueryValueExW(static_cast<HKEY>(key.get()), valueName.c_str(), nullptr, &type, nullptr, &size);
+    if (status != ERROR_SUCCESS) return static_cast<RegStatus>(status);
+    if (type != REG_MULTI_SZ) return static_cast<RegStatus>(ERROR_UNSUPPORTED_TYPE);
+    std::wstring data(size / sizeof(wchar_t) + 2, L'\0');
+    status = RegQueryValueExW(static_cast<HKEY>(key.get()), valueName.c_str(), nullptr, &type,
+                              reinterpret_cast<BYTE*>(data.data()), &size);
+    if (status != ERROR_SUCCESS) return static_cast<RegStatus>(status);
+    for (std::size_t start = 0; start < data.size() && data[start] != L'\0';) {
+        const std::size_t end = data.find(L'\0', start);
+        values.push_back(data.substr(start, end - start));
+        start = end + 1;
+    }
+    return static_cast<RegStatus>(ERROR_SUCCESS);
+}
+
 RegStatus regOpenKeyRead(const UniqueRegKey& parent, const std::wstring& subKey, UniqueRegKey& key)
 {
     HKEY opened = nullptr;

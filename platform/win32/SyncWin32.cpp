@@ -73,6 +73,11 @@ UniqueHandle createMutex(const NullDaclSecurityC* security, bool initialOwner, c
     return ownWithLastError(CreateMutexW(securityAttributes(security), initialOwner ? TRUE : FALSE, objectName(name)));
 }
 
+UniqueHandle openMutex(const std::wstring& name)
+{
+    return ownWithLastError(OpenMutexW(SYNCHRONIZE, FALSE, name.c_str()));
+}
+
 bool releaseMutex(HandleValue mutex)
 {
     return ReleaseMutex(mutex) != FALSE;
@@ -98,6 +103,11 @@ bool resetEvent(HandleValue event)
 std::uint32_t waitForSingleObject(HandleValue handle, std::uint32_t milliseconds)
 {
     return WaitForSingleObject(handle, milliseconds);
+}
+
+std::uint32_t waitForAnyObject(const std::vector<HandleValue>& handles, std::uint32_t milliseconds)
+{
+    return WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE, milliseconds);
 }
 
 }  // namespace platform

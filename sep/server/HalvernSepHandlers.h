@@ -27,7 +27,13 @@ void sendEfiFailure(SEP::ReceivedCommandC& command);
 std::vector<HandlerEntryT> efiHandlers();
 // API level, power cycle and shutdown state.
 std::vector<HandlerEntryT> systemHandlers();
+// Command lines here and on the sensor board, serial transactions, HMI and sensor board checks.
+std::vector<HandlerEntryT> linkHandlers();
+// The network adapters' settings: WLAN country and channel, interface addresses.
+std::vector<HandlerEntryT> networkHandlers();
 // The I2C real-time clock and the Windows time information.
 std::vector<HandlerEntryT> timeHandlers();
+// The firmware update.
+std::vector<HandlerEntryT> updateHandlers();
 
 }  // namespace HalvernSepHandlers

@@ -152,7 +152,8 @@ void HalvernSepImpl::RegisterHandlers(SEP::ChannelC& channel)
 {
     std::vector<HalvernSepHandlers::HandlerEntryT> completed;
     for (auto group :
-         {HalvernSepHandlers::systemHandlers, HalvernSepHandlers::efiHandlers, HalvernSepHandlers::timeHandlers}) {
+         {HalvernSepHandlers::systemHandlers, HalvernSepHandlers::efiHandlers, HalvernSepHandlers::timeHandlers,
+          HalvernSepHandlers::linkHandlers, HalvernSepHandlers::networkHandlers, HalvernSepHandlers::updateHandlers}) {
         const auto entries = group();
         completed.insert(completed.end(), entries.begin(), entries.end());
     }

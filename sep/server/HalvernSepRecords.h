@@ -49,7 +49,8 @@ bool visitOne(MAL::UTI::FieldVisitorI& v, T (&x)[N])
 template <typename... Fields>
 bool visitFields(MAL::UTI::FieldVisitorI& v, Fields&... fields)
 {
-    return (visitOne(v, fields) && ...);
+    std::size_t index = 0;
+    return ((v.beginField(index++), visitOne(v, fields)) && ...);
 }
 
 }  // namespace detail
@@ -58,6 +59,10 @@ bool visitFields(MAL::UTI::FieldVisitorI& v, Fields&... fields)
     bool visit(MAL::UTI::FieldVisitorI& v) override \
     {                                               \
         return detail::visitFields(v, __VA_ARGS__); \
+    }                                               \
+    const char* fieldNames() const override         \
+    {                                               \
+        return #__VA_ARGS__;                        \
     }
 
 struct ApiLvl : MAL::UTI::SerializableI {

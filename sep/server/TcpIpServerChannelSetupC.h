@@ -9,8 +9,14 @@ namespace HalvernRpc {
 
 class TcpIpServerChannelSetupC {
 public:
-    // The instrument's configuration for `port`: up to 10 clients from the default ranges, 1024-byte reads.
+    static constexpr const wchar_t* kSettingsKey = L"SOFTWARE\\Vexar\\Halvern";
+    // REG_MULTI_SZ of "a.b.c.d/n" entries; HKLM's value wins over HKCU's, without either the default ranges
+    // apply. A value that is set but holds no valid entry lets no client in.
+    static constexpr const wchar_t* kAllowedRangesValue = L"SepAllowedAddressRanges";
+
+    // The instrument's configuration for `port`: up to 10 clients from the allowed ranges, 1024-byte reads.
     static BSS::NET::NetTcpIpServerCfgT defaultConfig(std::uint16_t port);
+    static std::vector<BSS::NET::AddressRangeT> allowedRanges();
 
     explicit TcpIpServerChannelSetupC(const BSS::NET::NetTcpIpServerCfgT& config);
     ~TcpIpServerChannelSetupC();

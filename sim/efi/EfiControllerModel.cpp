@@ -185,6 +185,13 @@ void EfiControllerModelC::setHwStatus(const EfiHwStatusState& status)
     m_hwStatus = status;
 }
 
+void EfiControllerModelC::setSensorBoardPowered(bool powered)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_hwStatus.fpgaReady = powered ? 1 : 0;
+    m_hwStatus.hpsReady = powered ? 1 : 0;
+}
+
 bool EfiControllerModelC::setRegister(const std::wstring& keyword, std::int32_t value)
 {
     std::lock_guard<std::mutex> guard(m_lock);

@@ -22,7 +22,7 @@ struct EfiBatteryState {
 };
 
 struct EfiHwStatusState {
-    int runningMode = 1;
+    int runningMode = 0;  // runware, the controller's normal firmware
     int fpgaReady = 1;
     int hpsReady = 1;
     int teloReady = 1;
@@ -44,6 +44,8 @@ public:
     // Switches the supply: mains (true) or battery (false).
     void setMains(bool mains);
     void setHwStatus(const EfiHwStatusState& status);
+    // The sensor board's supplies: its FPGA and HPS are ready exactly while it is powered.
+    void setSensorBoardPowered(bool powered);
     // One status/control register by keyword ("AUTORUN") or a battery register by number ("76"); false
     // for an unknown one.
     bool setRegister(const std::wstring& keyword, std::int32_t value);

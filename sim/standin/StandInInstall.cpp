@@ -25,6 +25,11 @@ const StandInT kStandIns[] = {
     {"C/Program Files/OpenSSH/ssh.exe", "ssh"},
     {"D/ZentorTools/TouchCalibrationApp.exe", "touch-calibration"},
     {"D/ZentorTools/ScreenVoltageCalibrationApp.exe", "voltage-calibration"},
+    {"C/vexarBatches/FirmwareUpdater/devcon.exe", "devcon"},
+    {"C/vexarBatches/FirmwareUpdater/FirmwareUpgrader.exe", "firmware-updater"},
+    {"C/Windows/System32/route.exe", "route"},
+    {"C/Windows/System32/ipconfig.exe", "ipconfig"},
+    {"C/Windows/System32/pnputil.exe", "pnputil"},
 };
 
 }  // namespace

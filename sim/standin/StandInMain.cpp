@@ -7,6 +7,14 @@
 //   touch-calibration,
 //   voltage-calibration   end at once
 //   ssh                   halts the simulated sensor board (never a network connection)
+//   devcon                the device tool: enables and disables the sensor board's Ethernet adapter;
+//                         lists, updates and restarts the WLAN card's driver
+//   pnputil               the driver store: lists, adds and deletes driver packages
+//   route, ipconfig       the route table and the leases of the simulated network
+//   firmware-updater      ends, fails, keeps running or asks Halvern to end, as told (runFirmwareUpdater)
+//
+// The calibration applications hold their running mutexes ("Global\TOUCHSCRAPP", "Global\VLTGSCRAPP")
+// for as long as they run.
 //
 // What a role does is set in $HALVERN_ROOT/sim/apps/<role> ("key=value" lines): "exit-after-ms" (after the
 // start, or for the frontend after the shutdown notification; "never" to run until ended) and, for the
@@ -23,10 +31,15 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "client/SepClientC.h"
 #include "platform/NamedPipe.h"
+#include "platform/Sync.h"
 #include "platform/sim/SimRoot.h"
+#include "sim/standin/DevconStandIn.h"
+#include "sim/standin/NetworkStandIns.h"
+#include "sim/standin/WlanDeviceModel.h"
 
 namespace {
 
@@ -138,6 +151,30 @@ int runSsh(int argc, char** argv, const std::map<std::string, std::string>& sett
     return runUntil(exitAfterMs(settings, 0));
 }
 
+// The firmware updater: records its arguments and its process id ("sim/apps/firmware-updater.pid", so a
+// test can end one that keeps running), signals "Global\HalvernShutdownRequest" when told
+// ("shutdown-request=yes"), then ends with "exit-code" (default 0) after "exit-after-ms" (default: at once,
+// or never after a shutdown request, as the real one waits for Halvern to go).
+int runFirmwareUpdater(int argc, char** argv, const std::map<std::string, std::string>& settings)
+{
+    std::string arguments;
+    for (int i = 2; i < argc; ++i)
+        arguments += std::string(i > 2 ? " " : "") + argv[i];
+    record("arguments " + arguments);
+    std::ofstream(platform::sim::root() + "/sim/apps/firmware-updater.pid") << ::getpid() << "\n";
+    const bool shutdownRequest = settings.count("shutdown-request") && settings.at("shutdown-request") == "yes";
+    platform::UniqueHandle event;
+    if (shutdownRequest) {
+        event = platform::createEvent(nullptr, true, false, L"Global\\HalvernShutdownRequest");
+        if (event && platform::setEvent(event.get())) record("requested shutdown");
+    }
+    const long exitAfter = exitAfterMs(settings, shutdownRequest ? -1 : 0);
+    if (exitAfter < 0) runUntil(-1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(exitAfter));
+    const auto code = settings.find("exit-code");
+    return finish(code == settings.end() ? 0 : std::atoi(code->second.c_str()));
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -151,6 +188,22 @@ int main(int argc, char** argv)
     if (g_role == "diagnostics") return runDiagnostics();
     if (g_role == "frontend") return runFrontend(settings);
     if (g_role == "ssh") return runSsh(argc, argv, settings);
+    if (g_role == "firmware-updater") return runFirmwareUpdater(argc, argv, settings);
     if (g_role == "console" || g_role == "backend") return runUntil(exitAfterMs(settings, -1));
+    if (g_role == "devcon" || g_role == "route" || g_role == "ipconfig" || g_role == "pnputil") {
+        const std::vector<std::string> arguments(argv + 2, argv + argc);
+        std::string line;
+        for (const auto& argument : arguments)
+            line += (line.empty() ? "" : " ") + argument;
+        record("arguments " + line);
+        const std::string root = platform::sim::root();
+        if (g_role == "route") return finish(halvern::sim::runRoute(root, arguments));
+        if (g_role == "ipconfig") return finish(halvern::sim::runIpconfig(root, arguments));
+        if (g_role == "pnputil") return finish(halvern::sim::runPnputil(root, arguments));
+        return finish(halvern::sim::runDevcon(root, arguments));
+    }
+    platform::UniqueHandle running;
+    if (g_role == "touch-calibration") running = platform::createMutex(nullptr, false, L"Global\\TOUCHSCRAPP");
+    if (g_role == "voltage-calibration") running = platform::createMutex(nullptr, false, L"Global\\VLTGSCRAPP");
     return runUntil(exitAfterMs(settings, 0));
 }

@@ -1,5 +1,6 @@
 // halvernctl's named commands against the instrument's own command set: what a technician types, what
 // reaches Halvern, what comes back, and what is refused before anything is sent.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -72,6 +73,7 @@ TEST(CtlArgumentsTest, BadArgumentsAreRefusedBeforeAnythingIsSent)
         {"shutdown-state", "later"},
         {"wlan"},
         {"battery", "extra"},
+        {"exec", "--vant", "--mora", "ls"},
     };
     for (const auto& arguments : refused) {
         const CtlRunT run = runCtl(kNobodyListens, arguments);
@@ -88,6 +90,39 @@ TEST(CtlArgumentsTest, BadArgumentsAreRefusedBeforeAnythingIsSent)
     EXPECT_EQ(runCtl(kNobodyListens, {"api-level"}).exitCode, SEP::CTL_EXIT_NO_CONNECTION);
 }
 
+// The words the shell offers next, as the completion script receives them.
+std::vector<std::string> completions(std::vector<std::string> typed)
+{
+    typed.insert(typed.begin(), {"halvernctl", "__complete"});
+    std::vector<const char*> argv;
+    for (const auto& word : typed)
+        argv.push_back(word.c_str());
+    std::ostringstream out, err;
+    SEP::runHalvernCtl(static_cast<int>(argv.size()), argv.data(), out, err);
+    std::istringstream lines(out.str());
+    std::vector<std::string> offered;
+    for (std::string line; std::getline(lines, line);)
+        offered.push_back(line);
+    return offered;
+}
+
+TEST(CtlCompletionTest, TheShellIsOfferedTheSubcommandsAndOptionsThatFitWhereTheCursorIs)
+{
+    using ::testing::Contains;
+    using ::testing::Not;
+    const auto top = completions({""});
+    for (const char* word : {"battery", "watch", "events", "hostname", "calibration-status", "--port", "--ascii"})
+        EXPECT_THAT(top, Contains(word));
+    EXPECT_THAT(top, Not(Contains("get"))) << "a sub-command's own words come after it";
+    const auto wlan = completions({"--port", "55558", "wlan", ""});
+    EXPECT_THAT(wlan, Contains("get"));
+    EXPECT_THAT(wlan, Contains("set"));
+    EXPECT_THAT(wlan, Not(Contains("battery")));
+    const auto led = completions({"led", "--state", "steady", ""});
+    EXPECT_THAT(led, Contains("--colour"));
+    EXPECT_THAT(led, Contains("--json")) << "halvernctl's own options stay valid after the command";
+}
+
 TEST(CtlDateTimeTest, OnlyRealCalendarTimesParse)
 {
     SEP::DateTimeT time;
@@ -101,22 +136,9 @@ TEST(CtlDateTimeTest, OnlyRealCalendarTimesParse)
         EXPECT_FALSE(SEP::parseDateTime(bad, time)) << bad;
 }
 
-class CtlCommandSetTest : public InstrumentTest {
+class CtlCommandSetTest : public SepPortTest {
 protected:
-    void SetUp() override
-    {
-        InstrumentTest::SetUp();
-        port = std::make_unique<SepCommandPort>();
-    }
-    void TearDown() override
-    {
-        port.reset();
-        SysManagerC::DestroyInstance();
-        InstrumentTest::TearDown();
-    }
     CtlRunT ctl(std::vector<std::string> arguments) { return runCtl(port->server().port(), std::move(arguments)); }
-
-    std::unique_ptr<SepCommandPort> port;
 };
 
 TEST_F(CtlCommandSetTest, ACompletedCommandPrintsItsRecordAsTextAndAsJsonInBothCodings)
@@ -137,11 +159,27 @@ TEST_F(CtlCommandSetTest, ACompletedCommandPrintsItsRecordAsTextAndAsJsonInBothC
     }
 }
 
+TEST_F(CtlCommandSetTest, WatchShowsEachPanelWithItsValuesOrWhyItHasNone)
+{
+    const CtlRunT run = ctl({"watch", "--count", "2", "--interval", "1", "--plain"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    // No power controller behind this port: its panels say so instead of showing stale values.
+    const std::string& out = run.out;
+    const auto first = out.find("Battery:\n");
+    ASSERT_NE(first, std::string::npos) << out;
+    EXPECT_NE(out.find("Battery:\n", first + 1), std::string::npos) << "the second refresh";
+    EXPECT_NE(out.find("Battery:\n  Internal error, failed to communicate with EFI!"), std::string::npos) << out;
+    EXPECT_NE(out.find("WLAN_CFG_GET (1003) is not available on this build"), std::string::npos) << out;
+    EXPECT_NE(out.find("Time:\n  "), std::string::npos) << out;
+    EXPECT_EQ(out.find("\033["), std::string::npos) << "--plain does not redraw";
+}
+
 TEST_F(CtlCommandSetTest, AnUnavailableCommandExitsWithTheErrorReplyCodeAndTheServersText)
 {
     CtlRunT run = ctl({"os-info"});
     EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
-    EXPECT_EQ(run.err, "halvernctl: os-info: General failure ( UKNOWN SEP CMD (1050) is not available on this build)\n");
+    EXPECT_EQ(run.err,
+              "halvernctl: os-info: General failure ( UKNOWN SEP CMD (1050) is not available on this build)\n");
     EXPECT_TRUE(run.out.empty());
 
     run = ctl({"--json", "usb", "count"});

@@ -22,21 +22,7 @@ bool logged(const std::string& text)
     return std::find(messages.begin(), messages.end(), text) != messages.end();
 }
 
-class CommandSetTest : public InstrumentTest {
-protected:
-    void SetUp() override
-    {
-        InstrumentTest::SetUp();
-        port = std::make_unique<SepCommandPort>();
-    }
-    void TearDown() override
-    {
-        port.reset();
-        SysManagerC::DestroyInstance();
-        InstrumentTest::TearDown();
-    }
-    std::unique_ptr<SepCommandPort> port;
-};
+using CommandSetTest = SepPortTest;
 
 TEST(ErrorTextTest, ComposesCodeTextDetailAndFailureNumber)
 {

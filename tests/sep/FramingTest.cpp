@@ -2,6 +2,8 @@
 // frame.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "framework/RingBufferC.h"
 #include "sep/ReaderConnectionC.h"
 #include "sep/SepTestSupport.h"
@@ -72,6 +74,23 @@ TEST_F(FramingTest, AStreamWithoutLineEndStaysWithinTheBufferAndTheNextFrameArri
     EXPECT_EQ(reader.procReadData(tail.data(), tail.size()), 1u);
     EXPECT_EQ(framesOf(buffer), std::vector<Bytes>{Bytes{0x42}});
     EXPECT_EQ(buffer.usedBytes(), 0u);
+}
+
+TEST_F(FramingTest, AFrameTooLargeForTheBufferIsDroppedUpToTheLineFeedAfterItWhateverTheReadSizes)
+{
+    // 14 bytes fit behind the length prefix; the LF among them is payload, the one after the overflow
+    // ends the discarding.
+    Bytes stream(4, 0x41);
+    stream.push_back(0x0A);
+    stream.insert(stream.end(), 15, 0x41);
+    stream.insert(stream.end(), {0x0A, 0x43, 0x0D, 0x0A});
+    for (std::size_t piece : {std::size_t{1}, std::size_t{3}, stream.size()}) {
+        RingBufferC buffer(16);
+        MAL::HAL::ReaderConnectionC reader(buffer);
+        for (std::size_t at = 0; at < stream.size(); at += piece)
+            reader.procReadData(stream.data() + at, std::min(piece, stream.size() - at));
+        EXPECT_EQ(framesOf(buffer), std::vector<Bytes>{Bytes{0x43}}) << "read size " << piece;
+    }
 }
 
 TEST(RingBufferTest, KeepsWholeMessagesAcrossTheWrapAndDropsEmptyOnes)

@@ -6,9 +6,13 @@
 #include <string>
 
 #include "client/SepClientC.h"
+#include "framework/SerializableI.h"
+#include "sep/RecordCoding.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sep/server/SepServer.h"
 #include "sep/server/TcpIpServerChannelSetupC.h"
+#include "support/TestEnvironment.h"
+#include "sysmanager/SysManagerC.h"
 
 namespace halvern::test {
 
@@ -52,12 +56,36 @@ public:
         return reply;
     }
 
+    // The same with the fields of `record`, as the command's own record class encodes them.
+    CommandReplyT askRecord(std::uint16_t id, MAL::UTI::SerializableI& record)
+    {
+        return ask(id, [&record](SEP::DataWriterI& writer) { return SEP::encodeRecord(writer, record); });
+    }
+
     HalvernRpc::TcpIpServerChannelSetupC& server() { return *m_server; }
     SEP::SepClientC& client() { return m_client; }
 
 private:
     std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC> m_server;
     SEP::SepClientC m_client;
+};
+
+// An instrument whose command set a client reaches through one port; the system manager goes with the
+// test.
+class SepPortTest : public InstrumentTest {
+protected:
+    void SetUp() override
+    {
+        InstrumentTest::SetUp();
+        port = std::make_unique<SepCommandPort>();
+    }
+    void TearDown() override
+    {
+        port.reset();
+        SysManagerC::DestroyInstance();
+        InstrumentTest::TearDown();
+    }
+    std::unique_ptr<SepCommandPort> port;
 };
 
 // One client per running port of the instrument, each known to its server (it has had an answer), so

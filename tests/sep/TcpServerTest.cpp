@@ -2,6 +2,7 @@
 // address range, damaged input next to good frames, endless input, events and stop.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "client/SepClientC.h"
@@ -20,9 +21,10 @@ const std::string kRefusal("connection refused: too many clients or address not 
 class TcpServerTest : public InstrumentTest {
 protected:
     void start(const std::vector<BSS::NET::AddressRangeT>& allowed = BSS::NET::defaultAllowedRanges(),
-               bool singleReplacedClient = false)
+               bool singleReplacedClient = false, std::uint32_t writeTimeoutMs = 5000)
     {
         BSS::NET::NetTcpIpServerCfgT config = HalvernRpc::TcpIpServerChannelSetupC::defaultConfig(0);
+        config.writeTimeoutMs = writeTimeoutMs;
         if (singleReplacedClient) {
             config.maxClients = 1;
             config.replaceSingleClient = true;
@@ -174,8 +176,42 @@ TEST_F(TcpServerTest, AWriteToAClientThatDoesNotReadGivesUpAfterItsTimeOut)
     platform::setClock(&clock);
     const Bytes flood(64 * 1024 * 1024, 'x');
     EXPECT_FALSE(server->server().writeData(connections.front(), flood.data(), flood.size()));
+    // The stream is broken after a part of a reply: the next write gives up at once instead of stalling the
+    // server's task for another time-out, and the connection is closed.
+    EXPECT_FALSE(server->server().writeData(connections.front(), flood.data(), 1));
     platform::setClock(nullptr);
-    EXPECT_GE(findMessage(logMessages(), "NetTcpIpServerC::writeData timeout (5000ms) exceeded"), 0);
+    const auto messages = logMessages();
+    EXPECT_EQ(std::count(messages.begin(), messages.end(), "NetTcpIpServerC::writeData timeout (5000ms) exceeded"), 1);
+    drainUntilClosed(*client);
+    auto other = connect();
+    EXPECT_EQ(increment(*other, 2), 3);
+    EXPECT_EQ(server->server().clientCount(), 1u);
+}
+
+TEST_F(TcpServerTest, AClientThatNeverReadsItsRepliesIsDroppedWhileOthersAreServed)
+{
+    start(BSS::NET::defaultAllowedRanges(), false, 50);
+    auto silent = connect();
+    auto other = connect();
+    ASSERT_EQ(increment(*other, 0), 1);
+    // Requests whose replies the silent client never reads, until the server gives up on it: what it holds
+    // for the client is bounded by the socket buffers, and the other client keeps being answered.
+    Bytes requests;
+    for (std::uint32_t i = 0; i < 4096; ++i) {
+        const Bytes frame = SEP::encodeFrame(SEP::CodingE::Binary, kIncrement, SEP::MESSAGE_KIND_COMMAND, {}, {},
+                                             [&](SEP::DataWriterI& w) { return w.writeU32(i); });
+        requests.insert(requests.end(), frame.begin(), frame.end());
+    }
+    bool dropped = false;
+    for (std::uint32_t round = 0; round < 500 && !dropped; ++round) {
+        dropped = !silent->sendBytes(requests) ||
+                  findMessage(logMessages(), "NetTcpIpServerC::writeData timeout (50ms) exceeded") >= 0;
+        EXPECT_EQ(increment(*other, round), round + 1);
+    }
+    EXPECT_TRUE(dropped);
+    drainUntilClosed(*silent);
+    EXPECT_EQ(increment(*other, 9), 10);
+    EXPECT_EQ(server->server().clientCount(), 1u);
 }
 
 TEST_F(TcpServerTest, EventsReachEveryClientAndStopClosesThem)

@@ -9,8 +9,9 @@ work=$(mktemp -d)
 # The SEP servers take free ports, so that this run and a running instrument coexist.
 export HALVERN_SEP_PORT_55557=${HALVERN_SEP_PORT_55557:-0} HALVERN_SEP_PORT_55558=${HALVERN_SEP_PORT_55558:-0}
 pids=()
+. "$(dirname "$0")/../support/end_processes.sh"
 cleanup() {
-    for pid in "${pids[@]}"; do kill -KILL "$pid" 2>/dev/null || true; done
+    end_processes "${pids[@]}"
     rm -rf "$work"
 }
 trap cleanup EXIT
@@ -20,19 +21,20 @@ fail() { echo "FAIL: $*" >&2; [ -f "${log:-}" ] && sed 's/^/  log: /' "$log" >&2
 wait_for_line() {
     local text=$1
     for _ in $(seq 1 200); do
-        [ -f "$log" ] && grep -qF -- "$text" "$log" && return 0
+        [ -f "$log" ] && grep -aqF -- "$text" "$log" && return 0
         sleep 0.1
     done
     fail "no \"$text\" in the log"
 }
 
-# Messages of the log without time stamps.
-messages() { cut -f2- "$log"; }
+# Messages of the log without time stamps. Checks read their input to the end (grep without -q): under
+# pipefail an early exit would end the writer with SIGPIPE and fail the check.
+messages() { cut -f2- "$log" | tr -d '\000'; }
 
 in_order() {
     local from=1 n
     for text in "$@"; do
-        n=$(messages | tail -n +"$from" | grep -nxF -- "$text" | head -1 | cut -d: -f1) || true
+        n=$(messages | tail -n +"$from" | grep -anxF -- "$text" | head -1 | cut -d: -f1) || true
         [ -n "$n" ] || fail "\"$text\" missing or out of order"
         from=$((from + n))
     done
@@ -49,15 +51,44 @@ wait_for_line "InitInstance done!"
 grep -qF "Halvern log $log" "$work/sim.out" || fail "halvern-sim did not report the log file"
 # The simulator's EFI service is up before Halvern starts, so the hardware check reads it.
 in_order "[HW Status] *****************************" \
-    "Got EFI service HW status: EFIRunningMode:1,FPGAReady:1,HPSReady:1,TELOReady:1," \
+    "Got EFI service HW status: EFIRunningMode:0,FPGAReady:1,HPSReady:1,TELOReady:1," \
     "[INFO]: isHwErrorDetected: Successfully parsed EFI's HW status" "[HW Status] FPGA Ready	: OK"
 ctl() { "$halvern_sim" ctl --root "$root" "$@"; }
 # The start set the instrument's own clock from its RTC and, without a user's choice, the default zone.
 in_order "W32Time Service started." "The time zone (standard) name was set successfully."
-ctl clock get | grep -qF " zone W. Europe Standard Time" || fail "the instrument's zone is not the default one"
+ctl clock get | grep -F " zone W. Europe Standard Time" > /dev/null || fail "the instrument's zone is not the default one"
 [ "$(ctl efi button press)" = "OK pressed (1 reader)" ] || fail "the power button did not reach Halvern's reader"
 wait_for_line "++WM_EFI_NOTIFICATION : Notification 1 received"
 ctl efi nonsense > /dev/null && fail "an unknown control command was accepted"
+# The start waited for the sensor board's boot on its console, marked its kernel log and found its link.
+messages | grep -F "Waiting for MORA boot (UART), login: " > /dev/null || fail "Halvern did not log in on the board's console"
+in_order "MORA boot OK (UART)" "Verify MORA ethernet connection before starting Zentor Application!" "MORA Ethernet link OK" \
+    "Sucessufully launched Zentor Application" "Halvern [wWinMain]: MORA Ethernet link OK"
+ctl board kmsg | grep -F "VANT: Halvern started" > /dev/null || fail "no start marker in the sensor board's kernel log"
+halvernctl=$(dirname "$halvern")/halvernctl
+sep() { "$halvernctl" --port "$(cat "$root/sim/sep/55557")" "$@"; }
+# Unplugged, the link comes back when the verify/fix check restarts the adapter through the device tool.
+ctl board eth unplug > /dev/null || fail "cannot unplug the sensor board's Ethernet"
+sep test-cmd 1 --wait 10000 > /dev/null || fail "the verify/fix test command did not bring the link back"
+in_order "Test command: verify/fix MORA eth, timeout: 10000" "MORA Eth verification: connection failed, attempting to fix" \
+    "Executing command to restart VANT Ethernet" "MORA Ethernet connection successful."
+ctl board kmsg | grep -F "VANT: Restarting VANT Ethernet adapter" > /dev/null || fail "the repair was not marked on the board"
+# Commands on the board's shell: a failing one is an error reply, a working one returns its output.
+set +e
+sep exec --mora false > /dev/null 2>&1
+code=$?
+set -e
+[ "$code" -eq 5 ] || fail "a failing command on the sensor board gave exit code $code"
+sep exec --mora -- uname -o | grep -F "GNU/Linux" > /dev/null || fail "the sensor board's shell did not answer"
+sep calibration-status | grep -F "touch calibration: new settings stored" > /dev/null || fail "no touch calibration result"
+ctl mutex hold touch > /dev/null || fail "cannot hold the touch calibration's mutex"
+sep calibration-status | grep -F "touch calibration: running now" > /dev/null || fail "the running calibration was not seen"
+# The test WLAN driver from the USB drive replaces the regular one; the country set is the one read back.
+sep wlan-driver --test "F:\\wlan_test_drv" > /dev/null || fail "the test WLAN driver was not installed"
+grep -qxF qcwlantest.sys "$root/sim/drivers/loaded" || fail "the test WLAN driver is not loaded"
+in_order "Found matching driver: oem3.inf" "Device driver found after 0 retries"
+sep country set DE > /dev/null || fail "the WLAN country was not set"
+sep country get | grep -F DE > /dev/null || fail "the WLAN country set is not the one read back"
 # Stopping the service breaks Halvern's notification pipe; Halvern goes on and still closes cleanly.
 ctl efi service stop > /dev/null || fail "cannot stop the EFI service"
 wait_for_line "[EFIServiceIPC::ReadResponseFromEFI] [WARN]: Notification pipe has been broken"

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "spb/SpbEnable.h"
 #include "platform/Clock.h"
+#include "spb/SpbEnable.h"
 
 namespace halvern::test {
 
@@ -47,6 +47,27 @@ public:
 
 private:
     std::atomic<std::uint64_t> m_now{5'000'000};
+    int m_sleeps = 0;
+};
+
+// Sleeps pass at once and are counted (`onSleep` is called after each); waits for other processes and
+// threads take real time, so that they still answer within their time limits.
+class SkippedSleepClockC final : public platform::ClockI {
+public:
+    std::uint64_t tickCount64() override { return m_real.tickCount64() + m_slept.load(); }
+    void sleep(std::uint32_t milliseconds) override
+    {
+        m_slept += milliseconds;
+        ++m_sleeps;
+        if (onSleep) onSleep(m_sleeps);
+    }
+    std::chrono::milliseconds idleWait(std::uint64_t milliseconds) override { return m_real.idleWait(milliseconds); }
+    std::uint64_t slept() const { return m_slept.load(); }
+    std::function<void(int sleepNumber)> onSleep;
+
+private:
+    platform::RealClockC m_real;
+    std::atomic<std::uint64_t> m_slept{0};
     int m_sleeps = 0;
 };
 

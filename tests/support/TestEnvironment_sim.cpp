@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "links/TelnetConnection.h"
 #include "platform/sim/SimRoot.h"
 #include "sim/SimRootLayout.h"
 #include "support/TestEnvironment.h"
@@ -42,6 +43,9 @@ void prepareInstrument()
     if (!sharedTimeZones().empty()) std::filesystem::create_directory_symlink(sharedTimeZones(), zones, linkError);
     ASSERT_TRUE(sim::createSimRootLayout(g_root, error)) << error;
     platform::sim::setRoot(g_root);
+    // Code under test that reaches for the sensor board before any start-up named it finds loopback,
+    // never the instrument's board address.
+    links::setTelnetEndpoint({"127.0.0.1", links::kMoraTelnetPort});
     // In-process start-ups listen on free ports, so that test runs and a running instrument coexist.
     setenv("HALVERN_SEP_PORT_55557", "0", 0);
     setenv("HALVERN_SEP_PORT_55558", "0", 0);

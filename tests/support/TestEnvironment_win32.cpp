@@ -1,5 +1,6 @@
 #include <filesystem>
 
+#include "links/TelnetConnection.h"
 #include "platform/FileSystem.h"
 #include "support/TestEnvironment.h"
 
@@ -9,6 +10,9 @@ namespace halvern::test {
 // log folder.
 void prepareInstrument()
 {
+    // Code under test that reaches for the sensor board before any start-up named it finds loopback,
+    // never the instrument's board address.
+    links::setTelnetEndpoint({"127.0.0.1", links::kMoraTelnetPort});
     std::error_code ignored;
     std::filesystem::path logs(platform::nativePath("D:\\logs"));
     for (auto& entry : std::filesystem::directory_iterator(logs, ignored)) {

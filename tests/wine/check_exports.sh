@@ -11,7 +11,7 @@ shift 2
 exports=$("$objdump" -p "$image" | sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/p') || exit 1
 missing=0
 for name in "$@"; do
-    if echo "$exports" | grep -Eq "^[[:space:]]*\[[[:space:]]*[0-9]+\][[:space:]]+$name\$"; then
+    if grep -Eq "^[[:space:]]*\[[[:space:]]*[0-9]+\][[:space:]]+$name\$" <<< "$exports"; then
         echo "exported: $name"
     else
         echo "NOT exported: $name"

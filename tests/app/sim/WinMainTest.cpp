@@ -6,8 +6,11 @@
 
 #include "app/StartUp.h"
 #include "platform/Sync.h"
+#include "sim/standin/StandInInstall.h"
+#include "support/FirmwareUpdaterSupport.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/SysManagerC.h"
+#include "tests/sim/i2c/ServedI2cDevices.h"
 
 namespace platform::sim {
 void requestClose();
@@ -16,7 +19,22 @@ void requestClose();
 namespace halvern::test {
 namespace {
 
-class WinMainTest : public InstrumentTest {};
+// The instrument's I2C devices with the WLAN module powered, as at power-on: start-up has no module to wait for.
+class WinMainTest : public InstrumentTest {
+protected:
+    void SetUp() override
+    {
+        InstrumentTest::SetUp();
+        std::string error;
+        ASSERT_TRUE(m_i2c.start(error)) << error;
+    }
+    void TearDown() override
+    {
+        InstrumentTest::TearDown();
+        m_i2c.stop();
+    }
+    ServedI2cDevicesC m_i2c;
+};
 
 TEST_F(WinMainTest, StartsRefusesASecondInstanceAndEndsOnCloseRequest)
 {
@@ -47,6 +65,35 @@ TEST_F(WinMainTest, SecondInstanceQuitsWithZeroWhileTheFirstRuns)
     ASSERT_TRUE(IsSingleInstance(first));
     EXPECT_EQ(wWinMain({L"halvern"}), 0);
     EXPECT_EQ(logMessages(), std::vector<std::string>{"[ERROR]: Another Halvern instance detected, quitting."});
+}
+
+TEST_F(WinMainTest, AnUpdaterThatAsksForItEndsTheStartWithZeroBeforeTheCommandServer)
+{
+    std::string error;
+    ASSERT_TRUE(sim::installStandIns(platform::sim::root(), HALVERN_STANDIN_PROGRAM, error)) << error;
+    firmwareUpdaterBehaves("shutdown-request=yes\n");
+    std::string record(SysManagerC::kFwUpdateStateBytes, '\0');
+    record[356] = 2;
+    record.replace(364, 4, "\x15\x08\xDC\xAC");
+    ASSERT_TRUE(writeWholeFile("C:\\vexarBatches\\Halvern\\FW_UPDATE_STATE", record));
+    BriskClockC clock;
+    platform::setClock(&clock);
+
+    auto response = platform::createEvent(nullptr, true, false, L"Global\\HalvernShutdownResponse");
+    auto run = std::async(std::launch::async, [] { return wWinMain({L"halvern"}); });
+    // A start that went past the update would run until closed.
+    const bool ended = run.wait_for(std::chrono::seconds(60)) == std::future_status::ready;
+    if (!ended) platform::sim::requestClose();
+    EXPECT_TRUE(ended);
+    EXPECT_EQ(run.get(), 0);
+    endFirmwareUpdater();
+    SysManagerC::DestroyInstance();
+    EXPECT_EQ(platform::waitForSingleObject(response.get(), 0), platform::kWaitObject0);
+    const auto messages = logMessages();
+    EXPECT_TRUE(containsInOrder(messages, {"Update status info: 0x2", "updates must be installed.",
+                                           "shutting down halvern for pending updates..."}))
+        << ::testing::PrintToString(messages);
+    EXPECT_EQ(std::count(messages.begin(), messages.end(), "SOFTWARE.IMG check done, starting SEP."), 0);
 }
 
 }  // namespace

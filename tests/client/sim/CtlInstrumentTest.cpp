@@ -112,5 +112,29 @@ TEST_F(CtlInstrumentTest, EventsArePrintedByNameWithTheControllersStateWhenRaise
         << run.out;
 }
 
+TEST_F(CtlInstrumentTest, TheWlanDriversChannelAndCountryAndTheInterfacesAddressesAreReadAndSet)
+{
+    CtlRunT run = ctl({"wlan-channel", "set", "36"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    run = ctl({"--json", "wlan-channel", "get"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.json()["channel"], 36);
+    EXPECT_EQ(run.json()["width"], 2) << "HT20 unless asked otherwise";
+    run = ctl({"channel", "set", "165", "--width", "HT40+"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(ctl({"channel", "get"}).out, "channel: 165\nwidth: HT40+\n");
+    EXPECT_EQ(ctl({"wlan-channel", "set", "33"}).exitCode, SEP::CTL_EXIT_BAD_ARGUMENTS);
+
+    EXPECT_EQ(ctl({"country", "get"}).out, "country code: \"CH\"\n");
+    run = ctl({"net-info", "wired", "mac"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out, "interface: wired\nphysical address: \"00-0b-5d-1a-2c-3f\"\n");
+    run = ctl({"--json", "net-info", "hosted", "ipv4"});
+    EXPECT_EQ(run.json()["ipv4"], "192.168.137.1") << run.out;
+    run = ctl({"net-info", "wlan", "ipv4"});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
+    EXPECT_EQ(run.err, "halvernctl: net-info: General failure ( failed to obtain net interface property)\n");
+}
+
 }  // namespace
 }  // namespace halvern::test

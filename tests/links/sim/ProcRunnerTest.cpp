@@ -1,7 +1,5 @@
 // Tools run on this computer through the process runner, with stand-in programs in the sim root that
 // print and exit as the test tells them.
-#include <sys/stat.h>
-
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -10,26 +8,17 @@
 #include "app/Log.h"
 #include "links/ProcRunner.h"
 #include "platform/sim/SimRoot.h"
+#include "tests/support/ScriptProgram.h"
 #include "tests/support/TestEnvironment.h"
 
 namespace halvern::test {
 namespace {
 
-class ProcRunnerTest : public InstrumentTest {
-protected:
-    // A program at `windowsPath` in the sim root that runs `script` with /bin/sh.
-    void installProgram(const std::string& windowsPath, const std::string& script)
-    {
-        const std::string path = platform::sim::resolveWindowsPath(windowsPath);
-        ASSERT_TRUE(platform::sim::makeDirectories(path.substr(0, path.rfind('/'))));
-        std::ofstream(path) << "#!/bin/sh\n" << script << "\n";
-        ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
-    }
-};
+using ProcRunnerTest = InstrumentTest;
 
 TEST_F(ProcRunnerTest, FailingToolReportsItsCodeAndBothStreams)
 {
-    installProgram("C:\\vexarBatches\\FirmwareUpdater\\tool.exe", "echo \"out $1\"\necho \"err $2\" >&2\nexit 3");
+    installScriptProgram("C:\\vexarBatches\\FirmwareUpdater\\tool.exe", "echo \"out $1\"\necho \"err $2\" >&2\nexit 3");
     std::string output;
     std::uint32_t exitCode = 0;
     ::testing::internal::CaptureStderr();
@@ -45,7 +34,7 @@ TEST_F(ProcRunnerTest, FailingToolReportsItsCodeAndBothStreams)
 
 TEST_F(ProcRunnerTest, SilentToolSucceedsWithEmptyOutput)
 {
-    installProgram("C:\\Tools\\quiet.exe", "pwd > \"$HALVERN_ROOT/where\"");
+    installScriptProgram("C:\\Tools\\quiet.exe", "pwd > \"$HALVERN_ROOT/where\"");
     platform::sim::makeDirectories(platform::sim::resolveWindowsPath("D:\\work"));
     std::string output;
     std::uint32_t exitCode = 7;
@@ -68,7 +57,7 @@ TEST_F(ProcRunnerTest, SilentToolSucceedsWithEmptyOutput)
 
 TEST_F(ProcRunnerTest, ToolThatOutlivesItsTimeoutIsEnded)
 {
-    installProgram("C:\\Tools\\hang.exe", "exec sleep 60");
+    installScriptProgram("C:\\Tools\\hang.exe", "exec sleep 60");
     ScriptedClockC clock;
     platform::setClock(&clock);
     std::string output;

@@ -22,27 +22,18 @@ std::string firstLine(const std::string& relative)
     return line;
 }
 
-class SystemCommandsTest : public InstrumentTest {
+class SystemCommandsTest : public SepPortTest {
 protected:
     void SetUp() override
     {
-        InstrumentTest::SetUp();
+        SepPortTest::SetUp();
         std::string error;
         ASSERT_TRUE(sim::installStandIns(platform::sim::root(), HALVERN_STANDIN_PROGRAM, error)) << error;
-        port = std::make_unique<SepCommandPort>();
-    }
-    void TearDown() override
-    {
-        port.reset();
-        SysManagerC::DestroyInstance();
-        InstrumentTest::TearDown();
     }
     static std::function<bool(SEP::DataWriterI&)> name(const std::string& text)
     {
         return [text](SEP::DataWriterI& w) { return w.writeString(text.c_str()); };
     }
-
-    std::unique_ptr<SepCommandPort> port;
 };
 
 TEST_F(SystemCommandsTest, TheInstrumentNameIsCheckedAppliedForTheNextBootAndReadBack)
@@ -79,8 +70,13 @@ TEST_F(SystemCommandsTest, CalibrationApplicationsStartOnTheDesktopOrSayTheyCoul
     EXPECT_EQ(reply.returnCode, 1097);
     reply = port->ask(1042);
     EXPECT_EQ(reply.returnCode, 1097);
+    // Both applications are launched without waiting for them; each notes its start when it runs.
     std::string started;
-    for (int wait = 0; wait < 500 && started.find("voltage-calibration started") == std::string::npos; ++wait) {
+    const auto bothStarted = [&started] {
+        return started.find("touch-calibration started") != std::string::npos &&
+               started.find("voltage-calibration started") != std::string::npos;
+    };
+    for (int wait = 0; wait < 1000 && !bothStarted(); ++wait) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
         std::ifstream in(platform::sim::root() + "/sim/apps/log");
         started.assign(std::istreambuf_iterator<char>(in), {});

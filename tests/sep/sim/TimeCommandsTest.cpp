@@ -33,10 +33,6 @@ protected:
         port.reset();
         SimulatedClockTest::TearDown();
     }
-    CommandReplyT askWithRecord(std::uint16_t id, MAL::UTI::SerializableI& record)
-    {
-        return port->ask(id, [&record](SEP::DataWriterI& writer) { return SEP::encodeRecord(writer, record); });
-    }
     static REC::TimeSpec timeSpec(int year, int month, int day, int hour, int minute, int second)
     {
         REC::TimeSpec spec;
@@ -79,7 +75,7 @@ TEST_F(TimeCommandsTest, SettingTheRtcSetsItAndDeletesTheOffsetFile)
     ASSERT_TRUE(writeWholeFile(kOffsetFilePath, "36000000000\nUTC\ntrue\n"));
     m_rtc.loseData();
     REC::TimeSpec spec = timeSpec(2026, 11, 23, 5, 4, 3);
-    auto reply = askWithRecord(1019, spec);
+    auto reply = port->askRecord(1019, spec);
     ASSERT_TRUE(reply.received);
     EXPECT_EQ(reply.returnCode, 1097) << reply.errorText;
     EXPECT_EQ(m_rtc.unixTime(), unixSeconds(2026, 11, 23, 5, 4, 3));
@@ -89,7 +85,7 @@ TEST_F(TimeCommandsTest, SettingTheRtcSetsItAndDeletesTheOffsetFile)
     // The clock holds 2000 to 2099 only: the date is refused and the offset stays meaningful.
     ASSERT_TRUE(writeWholeFile(kOffsetFilePath, "36000000000\nUTC\ntrue\n"));
     spec = timeSpec(2100, 1, 1, 0, 0, 0);
-    reply = askWithRecord(1019, spec);
+    reply = port->askRecord(1019, spec);
     ASSERT_TRUE(reply.received);
     EXPECT_EQ(reply.returnCode, 889);
     EXPECT_EQ(reply.errorText, "Failed to access RTCerror code: 3");
@@ -106,7 +102,7 @@ TEST_F(TimeCommandsTest, SettingAnotherZoneLeavesUtcAndKeepsTheChoice)
     const std::int32_t tokyo[6] = {0, 0, 19, 1, 6, 125};
     std::copy(std::begin(tokyo), std::end(tokyo), request.fields);
     std::strcpy(request.timeZone, "Tokyo Standard Time");
-    auto reply = askWithRecord(1054, request);
+    auto reply = port->askRecord(1054, request);
     ASSERT_TRUE(reply.received);
     ASSERT_EQ(reply.returnCode, 1097) << reply.errorText;
     EXPECT_NEAR(utcNow(), utc, kSameTimeSeconds);
@@ -128,7 +124,7 @@ TEST_F(TimeCommandsTest, SettingAnotherZoneLeavesUtcAndKeepsTheChoice)
 
     // The RTC set afterwards makes the kept offset meaningless.
     REC::TimeSpec spec = timeSpec(2025, 7, 1, 10, 0, 0);
-    reply = askWithRecord(1019, spec);
+    reply = port->askRecord(1019, spec);
     ASSERT_EQ(reply.returnCode, 1097) << reply.errorText;
     EXPECT_FALSE(offsetFileExists());
 }
@@ -140,7 +136,7 @@ TEST_F(TimeCommandsTest, SummerTimeAndItsSwitchAreReportedForTheZone)
     const std::int32_t berlin[6] = {0, 0, 12, 1, 6, 125};
     std::copy(std::begin(berlin), std::end(berlin), request.fields);
     std::strcpy(request.timeZone, "W. Europe Standard Time");
-    ASSERT_EQ(askWithRecord(1054, request).returnCode, 1097);
+    ASSERT_EQ(port->askRecord(1054, request).returnCode, 1097);
     auto reply = port->ask(1053);
     REC::WindowsOsTimeInfo info;
     ASSERT_EQ(SEP::decodeRecord(*reply.frame.coder, info), SEP::DecodeResultE::Ok);
@@ -150,7 +146,7 @@ TEST_F(TimeCommandsTest, SummerTimeAndItsSwitchAreReportedForTheZone)
     request.daylightSaving = true;  // the user turns the adjustment off: the clock stays on standard time
     const std::int32_t standard[6] = {0, 0, 11, 1, 6, 125};
     std::copy(std::begin(standard), std::end(standard), request.fields);
-    ASSERT_EQ(askWithRecord(1054, request).returnCode, 1097);
+    ASSERT_EQ(port->askRecord(1054, request).returnCode, 1097);
     reply = port->ask(1053);
     ASSERT_EQ(SEP::decodeRecord(*reply.frame.coder, info), SEP::DecodeResultE::Ok);
     EXPECT_EQ(info.fields[2], 11);
@@ -164,7 +160,7 @@ TEST_F(TimeCommandsTest, AZoneThisWindowsDoesNotKnowIsRefused)
     const std::int32_t fields[6] = {0, 0, 12, 1, 6, 125};
     std::copy(std::begin(fields), std::end(fields), request.fields);
     std::strcpy(request.timeZone, "Atlantis Standard Time");
-    const auto reply = askWithRecord(1054, request);
+    const auto reply = port->askRecord(1054, request);
     ASSERT_TRUE(reply.received);
     EXPECT_EQ(reply.returnCode, 889);
     EXPECT_EQ(reply.errorText, "General failure ( Failed to set Windows Time information.)");

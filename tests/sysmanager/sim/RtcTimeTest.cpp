@@ -2,35 +2,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
-
-#include "platform/Calendar.h"
-#include "platform/sim/SimRoot.h"
-#include "sim/i2c/I2cDeviceServer.h"
-#include "support/TestEnvironment.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/sim/TimeTestSupport.h"
 
 namespace halvern::test {
 namespace {
 
 using ::testing::ElementsAre;
 
-class RtcTimeTest : public InstrumentTest {
+class RtcTimeTest : public SimulatedClockTest {
 protected:
-    void startDevices()
-    {
-        m_server.add("IOExpander", m_expander);
-        m_server.add("RTClock", m_rtc);
-        m_server.add("EEPROM", m_eeprom);
-        std::string error;
-        ASSERT_TRUE(m_server.start(platform::sim::root(), error)) << error;
-    }
-    void TearDown() override
-    {
-        SysManagerC::DestroyInstance();
-        m_server.stop();
-        InstrumentTest::TearDown();
-    }
     // The messages after the SPB devices were enabled.
     static std::vector<std::string> timeMessages()
     {
@@ -38,18 +18,10 @@ protected:
         const int done = findMessage(messages, "enableSpbDevices done!");
         return {messages.begin() + done + 1, messages.end()};
     }
-
-    std::atomic<std::int64_t> m_now{0};
-    sim::IoExpanderModelC m_expander;
-    sim::RtcModelC m_rtc{[this] { return m_now.load(); },
-                         platform::daysFromCivil(2024, 2, 29) * 86400 + 7 * 3600 + 5 * 60 + 9};
-    sim::EepromModelC m_eeprom;
-    sim::I2cDeviceServerC m_server;
 };
 
 TEST_F(RtcTimeTest, AClockThatHoldsItsTimeGivesIt)
 {
-    startDevices();
     platform::SystemTime time;
     ASSERT_TRUE(SysManagerC::Instance()->GetI2cRtcTime(time));
     EXPECT_TRUE(SysManagerC::Instance()->IsRtcValid());
@@ -61,7 +33,6 @@ TEST_F(RtcTimeTest, AClockThatHoldsItsTimeGivesIt)
 
 TEST_F(RtcTimeTest, AClockThatLostItsDataOrCannotBeReadGivesTheDefault)
 {
-    startDevices();
     m_rtc.loseData();
     platform::SystemTime time;
     ASSERT_TRUE(SysManagerC::Instance()->GetI2cRtcTime(time));
@@ -85,6 +56,7 @@ TEST_F(RtcTimeTest, AClockThatLostItsDataOrCannotBeReadGivesTheDefault)
 
 TEST_F(RtcTimeTest, WithoutTheDevicesThereIsNoTime)
 {
+    m_server.stop();
     platform::SystemTime time;
     EXPECT_FALSE(SysManagerC::Instance()->GetI2cRtcTime(time));
     EXPECT_THAT(timeMessages(), ElementsAre("[SysManagerC::GetI2cRtcTime] [ERROR]: initSpbLibrary Failed"));
