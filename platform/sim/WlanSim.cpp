@@ -9,6 +9,7 @@
 #include "platform/WinError.h"
 #include "platform/Wlan.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/WlanSimClient.h"
 
 namespace platform {
 
@@ -28,12 +29,6 @@ struct WlanClientS {
 
 std::mutex g_clientsLock;
 std::set<WlanHandleValue> g_clients;
-
-bool validClient(WlanHandleValue handle)
-{
-    std::lock_guard<std::mutex> guard(g_clientsLock);
-    return g_clients.count(handle) != 0;
-}
 
 // Read as the SPB library reads it; a module whose expander does not answer is not powered.
 bool modulePowered()
@@ -56,6 +51,21 @@ bool driverOffersInterface()
 }
 
 }  // namespace
+
+namespace simwlan {
+
+bool validClient(WlanHandleValue handle)
+{
+    std::lock_guard<std::mutex> guard(g_clientsLock);
+    return g_clients.count(handle) != 0;
+}
+
+bool interfacePresent()
+{
+    return modulePowered() && driverOffersInterface();
+}
+
+}  // namespace simwlan
 
 std::uint32_t wlanCloseHandle(WlanHandleValue handle)
 {
@@ -81,8 +91,8 @@ std::uint32_t wlanOpenHandle(std::uint32_t clientVersion, std::uint32_t& negotia
 std::uint32_t wlanEnumInterfaces(const UniqueWlanHandle& handle, std::vector<WlanInterfaceT>& interfaces)
 {
     interfaces.clear();
-    if (!validClient(handle.get())) return kErrorInvalidHandle;
-    if (!modulePowered() || !driverOffersInterface()) return kErrorSuccess;
+    if (!simwlan::validClient(handle.get())) return kErrorInvalidHandle;
+    if (!simwlan::interfacePresent()) return kErrorSuccess;
     WlanInterfaceT module;
     module.guid = kInterfaceGuid;
     module.description = kInterfaceDescription;
