@@ -1,0 +1,119 @@
+#pragma once
+// Picks the channel of the instrument's access point: one scan with the module's WLAN interface, usage
+// figures per allowed channel, peer instruments told apart from foreign networks by their names, and the
+// choice by band mode, DFS policy, preferred channels and usage. The result goes to a callback on the
+// selection's worker thread.
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/Wlan.h"
+
+namespace halvern::net {
+
+// Band modes of the access point.
+constexpr std::uint32_t HALVERN_WLAN_2_4_GHZ = 1;
+constexpr std::uint32_t HALVERN_WLAN_5_0_GHZ = 2;
+constexpr std::uint32_t HALVERN_WLAN_BOTH_BANDS = 3;
+
+// Channel width codes; a set of width flags maps to one code (see widthCodeOfFlags).
+constexpr std::uint32_t kChanWidthHt20 = 1;
+constexpr std::uint32_t kChanWidthHt40Plus = 2;
+constexpr std::uint32_t kChanWidthHt40Minus = 4;
+constexpr std::uint32_t kChanWidthInvalid = 8;
+
+// "HT20", "HT40+", "HT40-" or "INVALID_CHAN_WIDTH".
+const char* chanWidthName(std::uint32_t widthCode);
+std::uint32_t widthCodeOfFlags(std::uint32_t widthFlags);
+
+// Process-wide: the band mode set when a selection starts, and the DFS exclusion flag (DFS channels are
+// avoided) set by the access-point configuration and reset when the access point stops.
+void setWlanBandMode(std::uint32_t bandMode);
+std::uint32_t wlanBandMode();
+void setDfsExclusion(bool exclude);
+bool dfsExclusion();
+
+// One channel the driver offers.
+struct WlanAllowedChannelT {
+    std::uint32_t channel = 0;
+    std::uint32_t widthFlags = 0;
+    std::uint8_t dfs = 0;     // the channel needs radar detection
+    std::uint8_t marked = 0;  // e.g. just left after a radar event: never taken as an alternative
+};
+
+// One scanned BSS as the selection sees it.
+struct WlanObservedNetworkT {
+    std::uint32_t channel = 0;
+    std::uint32_t width = kChanWidthHt20;
+    std::uint8_t peer = 0;
+};
+
+struct WlanChannelUsageT {
+    std::int32_t channel = 0;
+    std::uint8_t dfs = 0;
+    std::uint32_t nonPeerUsers = 0;
+    std::uint32_t peerUsers = 0;
+};
+
+struct WlanSelectionResultT {
+    std::int32_t channel = -1;
+    std::uint32_t width = kChanWidthHt20;
+    std::uint8_t dfs = 0;
+    std::uint8_t peer = 0;
+    std::uint8_t marked = 0;
+};
+
+using WlanSelectionCallback = std::function<void(const WlanSelectionResultT&)>;
+
+class WlanChanSelector {
+public:
+    static WlanChanSelector& instance();
+
+    WlanChanSelector() = default;
+    ~WlanChanSelector();
+    WlanChanSelector(const WlanChanSelector&) = delete;
+    WlanChanSelector& operator=(const WlanChanSelector&) = delete;
+
+    bool openHandle();
+    bool startScan();
+    bool startChannelSelection(const std::vector<WlanAllowedChannelT>& allowed, WlanSelectionCallback callback,
+                               int timeoutMs);
+    // Waits (through the process clock) until no selection is running, at most `timeoutMs`; true when none
+    // runs any more. The access point waits so before it applies its configuration.
+    bool waitForSelectionDone(int timeoutMs);
+
+    // The selection itself, without a scan: usable on recorded environments.
+    static WlanSelectionResultT selectChannel(const std::vector<WlanAllowedChannelT>& allowed,
+                                              const std::vector<WlanObservedNetworkT>& observed, int avoid);
+    static WlanSelectionResultT getNextAlternativeChannel(const std::vector<WlanAllowedChannelT>& allowed,
+                                                          const std::vector<WlanObservedNetworkT>& observed,
+                                                          int avoid);
+    static int getWlanChannelByUsage(std::vector<WlanChannelUsageT> entries, int avoid);
+    static WlanSelectionResultT findPreferredChannel(const std::vector<WlanObservedNetworkT>& observed);
+    static bool findPreferredChannel_5GHz(const std::vector<WlanAllowedChannelT>& allowed,
+                                          const std::vector<WlanObservedNetworkT>& observed, std::uint8_t dfs,
+                                          WlanSelectionResultT& result);
+    static bool parseHtIe(const std::uint8_t* element, int size, std::uint32_t& primaryChannel,
+                          std::uint32_t& widthCode);
+    // A scanned BSS: channel from the centre frequency, width from the HT operation element, peer flag.
+    static WlanObservedNetworkT observe(const platform::WlanBssEntryT& bss);
+    static bool isPeerName(const std::string& ssid);
+
+private:
+    void worker(std::vector<WlanAllowedChannelT> allowed, WlanSelectionCallback callback, int timeoutMs);
+
+    std::mutex m_lock;
+    std::condition_variable m_scanDone;
+    bool m_scanComplete = false;
+    bool m_running = false;
+    bool m_initialised = false;
+    std::thread m_worker;
+    platform::UniqueWlanHandle m_handle;
+    platform::WlanGuid m_interface{};
+};
+
+}  // namespace halvern::net
