@@ -45,7 +45,8 @@ port=$(cat "$root/sim/sep/55557")
 echo "started after ${SECONDS} s"
 
 "$load" --port "$port" --root "$root" --halvern-sim "$halvern_sim" --halvern-pid "$halvern_pid" \
-    --flood-port "$(cat "$root/sim/sep/55558")" --seconds "$seconds" || fail "the load and fault run failed (Halvern's log: $(wc -l < "$log") lines)"
+    --flood-port "$(cat "$root/sim/sep/55558")" --seconds "$seconds" \
+    --rss-limit-kib "${HALVERN_RSS_LIMIT_KIB:-2048}" || fail "the load and fault run failed (Halvern's log: $(wc -l < "$log") lines)"
 kill -0 "$halvern_pid" 2> /dev/null || fail "Halvern did not survive the run"
 echo "load done after ${SECONDS} s"
 
