@@ -250,4 +250,25 @@ void WlanDriverEventsC::stop()
     m_state.reset();
 }
 
+namespace {
+std::mutex g_processEventsLock;
+std::unique_ptr<WlanDriverEventsC> g_processEvents;
+}  // namespace
+
+bool startWlanDriverEvents(WlanApRestartOperationsT operations)
+{
+    std::lock_guard<std::mutex> guard(g_processEventsLock);
+    g_processEvents.reset();
+    auto events = std::make_unique<WlanDriverEventsC>(std::move(operations));
+    if (!events->start()) return false;
+    g_processEvents = std::move(events);
+    return true;
+}
+
+void stopWlanDriverEvents()
+{
+    std::lock_guard<std::mutex> guard(g_processEventsLock);
+    g_processEvents.reset();
+}
+
 }  // namespace halvern::net

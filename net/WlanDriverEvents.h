@@ -122,4 +122,9 @@ private:
     platform::UniqueHandle m_thread;
 };
 
+// The process's sink and event thread: created and started at start-up, stopped and freed at the end. A
+// second start replaces the first; stopping what never started does nothing.
+bool startWlanDriverEvents(WlanApRestartOperationsT operations);
+void stopWlanDriverEvents();
+
 }  // namespace halvern::net

@@ -91,7 +91,8 @@ struct NdisSubscribeResultT {
 using NdisEventCallback = std::function<void(const NdisEventT&)>;
 
 // The three asynchronous notification queries, registered together; cancelled and released by stop()
-// or the destructor (no call runs after either returned).
+// or the destructor (no call runs after either returned). On Windows start() initialises COM on the
+// calling thread, so stop() belongs on that thread as well.
 class NdisEventSourceC {
 public:
     NdisEventSourceC();

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "platform/Registry.h"
+#include "platform/Text.h"
 #include "platform/WlanDriver.h"
 #include "platform/sim/NdisWire.h"
 
@@ -36,13 +38,26 @@ std::string indicate(NdisIndicationServerC& server, const std::string& what, std
     return delivered(server, what, platform::sim::kNdisClassSpecificIndication, &bytes);
 }
 
+// The channel the access point runs on, as its driver keeps it ("?" when it cannot be read).
+std::string currentChannel()
+{
+    const wchar_t* const kWlanDriverKey =
+        L"SYSTEM\\CurrentControlSet\\Control\\Class\\{4D36E972-E325-11CE-BFC1-08002BE10318}\\0003";
+    platform::UniqueRegKey key;
+    std::wstring channel;
+    if (platform::regOpenKeyRead(platform::RegHive::LocalMachine, kWlanDriverKey, key) != 0 ||
+        platform::regQueryString(key, L"ApChanNum", channel) != 0)
+        return "?";
+    return platform::narrow(channel).value_or("?");
+}
+
 }  // namespace
 
 void addDriverEventControlCommands(ControlCommandsC& commands, NdisIndicationServerC& server)
 {
     commands.add("wlan radar", [&server](const std::vector<std::string>& arguments) -> std::string {
         if (!arguments.empty()) return "ERROR usage: wlan radar";
-        return indicate(server, "RADAR_DETECTED", platform::kWlanEventRadarDetected);
+        return indicate(server, "RADAR_DETECTED on channel " + currentChannel(), platform::kWlanEventRadarDetected);
     });
     commands.add("wlan ap", [&server](const std::vector<std::string>& arguments) -> std::string {
         if (arguments.size() != 1 || arguments[0] != "stopped") return "ERROR usage: wlan ap stopped";

@@ -1,7 +1,8 @@
 #pragma once
 // halvern-sim's control commands for what the WLAN driver reports to Windows, delivered to Halvern's
 // subscription:
-//   wlan radar                    radar on the channel the access point uses (RADAR_DETECTED)
+//   wlan radar                    radar on the channel the access point uses (RADAR_DETECTED; the reply
+//                                 names the channel from the driver's "ApChanNum")
 //   wlan ap stopped               the driver stopped the access point (AP_STOPPED)
 //   wlan cac start MS             a channel availability check of MS milliseconds begins (START_OF_CAC)
 //   wlan cac done                 the check ended without radar (CAC_DONE)

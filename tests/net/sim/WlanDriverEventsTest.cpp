@@ -22,6 +22,14 @@
 namespace halvern::test {
 namespace {
 
+int countOf(const std::vector<std::string>& messages, const std::string& text)
+{
+    int found = 0;
+    for (const auto& message : messages)
+        found += message == text ? 1 : 0;
+    return found;
+}
+
 bool waitForLog(const std::string& text)
 {
     for (int i = 0; i < 5000; ++i) {
@@ -132,12 +140,12 @@ TEST_F(WlanDriverEventsTest, ARadarThatTakesTheLinkDownRestartsTheAccessPointWit
                                         "Set Timeout to 5000ms for restart WLAN", "Event for restart WLAN AP"}));
 }
 
-TEST_F(WlanDriverEventsTest, StoppingEndsTheSubscriptionAndTheThread)
+TEST_F(WlanDriverEventsTest, StoppingTheProcessWideEventsEndsTheSubscriptionAndTheThread)
 {
-    ASSERT_TRUE(m_events.start());
+    ASSERT_TRUE(net::startWlanDriverEvents(accessPoint()));
     simulate("wlan radar");
     ASSERT_TRUE(waitForLog("Event from MSNdis_StatusMediaSpecific: RADAR_DETECTED"));
-    m_events.stop();
+    net::stopWlanDriverEvents();
     const auto messages = logMessages();
     ASSERT_FALSE(messages.empty());
     EXPECT_EQ(messages.back(), "End WLANEventThreadProc()");
@@ -148,7 +156,8 @@ TEST_F(WlanDriverEventsTest, StoppingEndsTheSubscriptionAndTheThread)
         if (reply.rfind("ERROR", 0) != 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     EXPECT_EQ(reply, "ERROR no subscriber for MSNdis_StatusMediaSpecificIndicationEx");
-    EXPECT_EQ(m_events.start(), true);
+    net::stopWlanDriverEvents();
+    EXPECT_EQ(countOf(logMessages(), "End WLANEventThreadProc()"), 1);
 }
 
 TEST_F(WlanDriverEventsTest, ASubscriptionThatCannotBeMadeSaysWhichStepFailed)

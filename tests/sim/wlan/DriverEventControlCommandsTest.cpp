@@ -51,10 +51,11 @@ TEST_F(DriverEventControlCommandsTest, IndicationsReachTheSubscriberWithTheirPay
     EXPECT_EQ(m_commands.execute("wlan cac start 60000"), "OK START_OF_CAC sent to 1 subscriber(s)");
     EXPECT_EQ(m_commands.execute("wlan media disconnect"), "OK media disconnect sent to 1 subscriber(s)");
     EXPECT_EQ(m_commands.execute("wlan indication 12 5"), "OK event 12 sent to 1 subscriber(s)");
+    EXPECT_EQ(m_commands.execute("wlan radar"), "OK RADAR_DETECTED on channel 36 sent to 1 subscriber(s)");
     source.stop();
 
     std::lock_guard<std::mutex> guard(lock);
-    ASSERT_EQ(received.size(), 3u);
+    ASSERT_EQ(received.size(), 4u);
     EXPECT_EQ(received[0].kind, platform::NdisEventKindE::MediaSpecificIndication);
     ASSERT_TRUE(received[0].hasIndication);
     const platform::WlanIndicationT cac = platform::decodeWlanIndication(received[0].indication);
