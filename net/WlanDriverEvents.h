@@ -1,8 +1,12 @@
 #pragma once
 // The WLAN driver's events and what the access point does about them. The sink (CNdisSink) only posts what
 // WMI delivers into the driver-event state; WLANEventThreadProc does the work on a thread of its own: it logs
-// each event, tells the SEP clients about DFS events (WlanRadarEvent), and restarts the access point when
-// its link went down during DFS activity and stayed down.
+// each event, tells the SEP clients about DFS events, and restarts the access point when its link went
+// down during DFS activity and stayed down.
+//
+// The value of the clients' WlanRadarEvent is the driver's event code: 1 RADAR_DETECTED, 2 AP_STOPPED,
+// 3 START_OF_CAC, 4 CAC_DONE, or whatever unknown code came; a media connect that ends a check without
+// radar is sent as 4, the end of that check.
 //
 // DFS status, as the thread keeps it:
 //   0  none, or the last DFS episode is over (after a disconnect, an unknown event or a restart)
