@@ -13,9 +13,6 @@ namespace halvern::net {
 
 namespace {
 
-// A media connect that ends a check without radar is told to the clients as the check's end.
-constexpr std::int32_t kMediaConnectRadarEvent = static_cast<std::int32_t>(platform::kWlanEventCacDone);
-
 // The clients learn each DFS event by its driver code (WlanRadarEvent's value).
 void raiseRadarEvent(std::uint32_t eventCode)
 {
@@ -51,7 +48,6 @@ WlanApRestartRequestT currentConfiguration(const WlanApRestartOperationsT& opera
         request.password = text;
     }
     request.band = operations.getBand ? operations.getBand() : 0;
-    request.start = 1;
     return request;
 }
 
@@ -198,7 +194,8 @@ void WLANEventThreadProc(WlanDriverEventStateC& state, const WlanApRestartOperat
                 WriteLog("Event from MSNdis_StatusMediaConnect, DFS status: %d", state.dfsStatus());
                 if (!radarRecorded(state.dfsStatus())) {
                     WriteLog("Event from MSNdis_StatusMediaConnect: CAC_DONE without Radar detection");
-                    HalvernSepImpl::raiseWlanRadarEvent(kMediaConnectRadarEvent);
+                    // Told to the clients as the end of the check.
+                    raiseRadarEvent(platform::kWlanEventCacDone);
                 }
                 break;
             default:
