@@ -7,6 +7,7 @@
 // On the simulation platform the DOS device names are the lines "NAME=TARGET" of
 // $HALVERN_ROOT/sim/dosdevices, the driver device is the device socket $HALVERN_ROOT/dev/NAME served by
 // the simulated WLAN module, and the indications come from the simulated instrument's radio.
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -30,6 +31,40 @@ UniqueHandle openDriverDevice(const std::wstring& name);
 constexpr std::uint32_t kIoctlWlanGetChannelList = 0x00FF2004;
 constexpr std::uint32_t kWlanChannelRecordBytes = 12;
 constexpr std::uint32_t kWlanChannelListMaxRecords = 64;
+
+// The value of "NdisStatusMediaSpecificIndication" in the driver's DFS indications: four little-endian u32
+// fields, type, port, event code, and the length of the channel availability check in milliseconds (only
+// START_OF_CAC fills it). A shorter value leaves the missing fields 0.
+constexpr std::size_t kWlanIndicationBytes = 16;
+constexpr std::uint32_t kWlanIndicationTypeDfs = 1;
+constexpr std::uint32_t kWlanEventRadarDetected = 1;
+constexpr std::uint32_t kWlanEventApStopped = 2;
+constexpr std::uint32_t kWlanEventStartOfCac = 3;
+constexpr std::uint32_t kWlanEventCacDone = 4;
+
+struct WlanIndicationT {
+    std::uint32_t type = 0;
+    std::uint32_t port = 0;
+    std::uint32_t eventCode = 0;
+    std::uint32_t cacTimeMs = 0;
+};
+
+inline WlanIndicationT decodeWlanIndication(const std::vector<std::uint8_t>& bytes)
+{
+    std::uint32_t fields[4] = {};
+    for (std::size_t i = 0; i < bytes.size() && i < kWlanIndicationBytes; ++i)
+        fields[i / 4] |= static_cast<std::uint32_t>(bytes[i]) << (8 * (i % 4));
+    return {fields[0], fields[1], fields[2], fields[3]};
+}
+
+inline std::vector<std::uint8_t> encodeWlanIndication(const WlanIndicationT& indication)
+{
+    std::vector<std::uint8_t> bytes;
+    for (std::uint32_t field : {indication.type, indication.port, indication.eventCode, indication.cacTimeMs})
+        for (int shift = 0; shift < 32; shift += 8)
+            bytes.push_back(static_cast<std::uint8_t>(field >> shift));
+    return bytes;
+}
 
 // What the driver reports through NDIS.
 enum class NdisEventKindE { MediaConnect, MediaDisconnect, MediaSpecificIndication, Unexpected };
@@ -56,7 +91,8 @@ struct NdisSubscribeResultT {
 using NdisEventCallback = std::function<void(const NdisEventT&)>;
 
 // The three asynchronous notification queries, registered together; cancelled and released by stop()
-// or the destructor (no call runs after either returned).
+// or the destructor (no call runs after either returned). On Windows start() initialises COM on the
+// calling thread, so stop() belongs on that thread as well.
 class NdisEventSourceC {
 public:
     NdisEventSourceC();

@@ -1,5 +1,6 @@
 #include "sim/ControlCommands.h"
 
+#include <cstddef>
 #include <sstream>
 
 namespace halvern::sim {
@@ -24,13 +25,20 @@ std::string ControlCommandsC::execute(const std::string& line)
     std::vector<std::string> words = splitWords(line);
     if (words.empty()) return "ERROR empty command";
     Handler handler;
+    std::size_t consumed = 1;
     {
         std::lock_guard<std::mutex> guard(m_lock);
-        auto it = m_handlers.find(words[0]);
+        // A handler added for two words ("wlan radar") lets several device models share a first word.
+        auto it = words.size() > 1 ? m_handlers.find(words[0] + " " + words[1]) : m_handlers.end();
+        if (it != m_handlers.end()) {
+            consumed = 2;
+        } else {
+            it = m_handlers.find(words[0]);
+        }
         if (it == m_handlers.end()) return "ERROR unknown command " + words[0];
         handler = it->second;
     }
-    words.erase(words.begin());
+    words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(consumed));
     return handler(words);
 }
 

@@ -14,6 +14,7 @@ public:
     // Answers a command's arguments (the words after the first); the reply starts with "OK" or "ERROR".
     using Handler = std::function<std::string(const std::vector<std::string>& arguments)>;
 
+    // `word` is a first word, or a first and a second word joined by one blank; the longer match wins.
     void add(const std::string& word, Handler handler);
     std::string execute(const std::string& line);
 

@@ -27,6 +27,7 @@
 #include "sim/efi/EfiControlCommands.h"
 #include "sim/i2c/I2cControlCommands.h"
 #include "sim/standin/StandInInstall.h"
+#include "sim/wlan/DriverEventControlCommands.h"
 
 namespace {
 
@@ -153,6 +154,9 @@ int main(int argc, char** argv)
     if (!hmi.start(root, error)) std::fprintf(stderr, "halvern-sim: HMI board: %s\n", error.c_str());
     halvern::sim::CalibrationMutexesC calibrationMutexes;
     halvern::sim::addHmiControlCommands(commands, hmi, calibrationMutexes);
+    halvern::sim::NdisIndicationServerC ndisIndications;
+    if (!ndisIndications.start(root, error)) std::fprintf(stderr, "halvern-sim: WLAN driver: %s\n", error.c_str());
+    halvern::sim::addDriverEventControlCommands(commands, ndisIndications);
     halvern::sim::ControlServerC control(commands);
     if (!control.start(root, error)) {
         std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
