@@ -1,5 +1,6 @@
 #include "sim/ControlCommands.h"
 
+#include <cstddef>
 #include <sstream>
 
 namespace halvern::sim {
@@ -24,13 +25,21 @@ std::string ControlCommandsC::execute(const std::string& line)
     std::vector<std::string> words = splitWords(line);
     if (words.empty()) return "ERROR empty command";
     Handler handler;
+    std::size_t keyWords = 0;
     {
+        // The longest registered key wins: "wlan ap" is one model's, "wlan" another's.
         std::lock_guard<std::mutex> guard(m_lock);
-        auto it = m_handlers.find(words[0]);
-        if (it == m_handlers.end()) return "ERROR unknown command " + words[0];
-        handler = it->second;
+        std::string key;
+        for (std::size_t count = 1; count <= words.size(); ++count) {
+            key += (count == 1 ? "" : " ") + words[count - 1];
+            auto it = m_handlers.find(key);
+            if (it == m_handlers.end()) continue;
+            handler = it->second;
+            keyWords = count;
+        }
+        if (!handler) return "ERROR unknown command " + words[0];
     }
-    words.erase(words.begin());
+    words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(keyWords));
     return handler(words);
 }
 
