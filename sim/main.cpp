@@ -26,6 +26,7 @@
 #include "sim/board/SensorBoardControlCommands.h"
 #include "sim/efi/EfiControlCommands.h"
 #include "sim/i2c/I2cControlCommands.h"
+#include "sim/wlan/RadioControlCommands.h"
 #include "sim/standin/StandInInstall.h"
 
 namespace {
@@ -144,6 +145,7 @@ int main(int argc, char** argv)
     if (!i2cServer.start(root, error)) std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
     halvern::sim::addI2cControlCommands(commands, i2cDevices);
     halvern::sim::addWindowsControlCommands(commands);
+    halvern::sim::addRadioControlCommands(commands);
     halvern::sim::SensorBoardModelC board;
     board.setBootDelay(boardBootDelayMs);
     board.setPowerObserver([&efiModel](bool powered) { efiModel.setSensorBoardPowered(powered); });
