@@ -1,6 +1,5 @@
 #include "sim/ControlCommands.h"
 
-#include <cstddef>
 #include <sstream>
 
 namespace halvern::sim {
@@ -27,15 +26,17 @@ std::string ControlCommandsC::execute(const std::string& line)
     Handler handler;
     std::size_t keyWords = 0;
     {
-        // The longest registered key wins: "wlan ap" is one model's, "wlan" another's.
         std::lock_guard<std::mutex> guard(m_lock);
-        std::string key;
-        for (std::size_t count = 1; count <= words.size(); ++count) {
-            key += (count == 1 ? "" : " ") + words[count - 1];
-            auto it = m_handlers.find(key);
+        // The longest registered key wins, so that models can share a first word ("wlan network ...",
+        // "wlan radar ...").
+        std::vector<std::string> keys{words[0]};
+        for (std::size_t i = 1; i < words.size(); ++i)
+            keys.push_back(keys.back() + " " + words[i]);
+        for (std::size_t n = keys.size(); n > 0 && !handler; --n) {
+            auto it = m_handlers.find(keys[n - 1]);
             if (it == m_handlers.end()) continue;
             handler = it->second;
-            keyWords = count;
+            keyWords = n;
         }
         if (!handler) return "ERROR unknown command " + words[0];
     }

@@ -14,8 +14,8 @@ public:
     // Answers a command's arguments (the words after its key); the reply starts with "OK" or "ERROR".
     using Handler = std::function<std::string(const std::vector<std::string>& arguments)>;
 
-    // `word` is the command's key: one word, or several separated by single blanks ("wlan ap"), so that
-    // models can share a first word. A line goes to the handler of the longest key it starts with.
+    // `word` is one word ("efi") or several separated by single blanks ("wlan network"); a line goes to
+    // the handler of the longest key its first words spell.
     void add(const std::string& word, Handler handler);
     std::string execute(const std::string& line);
 
