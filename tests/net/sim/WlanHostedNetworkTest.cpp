@@ -15,6 +15,7 @@
 #include "platform/sim/SimWlanDriver.h"
 #include "sim/ControlCommands.h"
 #include "sim/wlan/HostedNetworkControlCommands.h"
+#include "sim/wlan/RadioControlCommands.h"
 #include "support/TestEnvironment.h"
 #include "tests/net/sim/WlanInstrument.h"
 
@@ -223,12 +224,14 @@ TEST_F(WlanHostedNetworkTest, WithoutTheCardOrItsDeviceThereIsNoChannelList)
     EXPECT_TRUE(containsInOrder(logMessages(), {"Could not find the specified card"}));
 }
 
-TEST_F(WlanHostedNetworkTest, ALongerKeyWinsOverASharedFirstWord)
+TEST_F(WlanHostedNetworkTest, TheAccessPointsCommandsLiveBesideTheOtherWlanCommands)
 {
+    sim::addRadioControlCommands(m_commands);
     m_commands.add("wlan", [](const std::vector<std::string>& arguments) {
         return "OK other " + std::to_string(arguments.size());
     });
     EXPECT_EQ(simulate("wlan radar 52"), "OK other 2");
+    EXPECT_EQ(simulate("wlan networks").rfind("OK", 0), 0u);
     EXPECT_THAT(simulate("wlan ap show"), HasSubstr("OK state idle"));
     EXPECT_THAT(simulate("wlan channels bogus"), HasSubstr("ERROR usage"));
 }
