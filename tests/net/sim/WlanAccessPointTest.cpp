@@ -19,6 +19,7 @@
 #include "platform/sim/SimHostedNetwork.h"
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/SimWlanDriver.h"
 #include "sep/SepCommandTestSupport.h"
 #include "sim/ControlCommands.h"
 #include "sim/wlan/HostedNetworkControlCommands.h"
@@ -222,6 +223,29 @@ TEST_F(WlanAccessPointTest, SwitchingOnSelectsAChannelAndStartsWithTheRequestedC
     // A second switch-on while it runs is refused; the running access point stays.
     EXPECT_FALSE(net::WlanAccessPointC::instance().configure(request));
     EXPECT_EQ(WlanAp_Started(), 1);
+}
+
+TEST_F(WlanAccessPointTest, WithoutTheDriversChannelsTheDriverFallsBackToTheDefaultChannel)
+{
+    // The card's device is gone from the DOS names: no channel list, so no selection can run.
+    auto devices = platform::sim::readDosDevices(platform::sim::root());
+    devices.erase(
+        std::remove_if(devices.begin(), devices.end(),
+                       [](const auto& device) { return device.first == platform::sim::kWlanDriverDeviceName; }),
+        devices.end());
+    ASSERT_TRUE(platform::sim::writeDosDevices(platform::sim::root(), devices));
+    ASSERT_EQ(wlanDriverValue("ApChanExtOffset"), "1");
+
+    net::WlanApRequestT request;
+    request.start = 1;
+    EXPECT_FALSE(net::WlanAccessPointC::instance().configure(request));
+    EXPECT_TRUE(containsInOrder(logMessages(), {"Could not find the specified card",
+                                                "[configureWlan] [ERROR]: failed to start channel selection!"}));
+    // 5 GHz: channel 36 at 20 MHz, which every country allows; the driver restarts onto it.
+    EXPECT_EQ(wlanDriverValue("ApChanNum"), "36");
+    EXPECT_EQ(wlanDriverValue("ApChanExtOffset"), "2");
+    EXPECT_THAT(deviceToolRuns(), Contains("restart PCI\\VEN_168C&DEV_0033*"));
+    EXPECT_EQ(WlanAp_Started(), 0);
 }
 
 TEST_F(WlanAccessPointTest, SwitchingOffStopsARunningAccessPoint)
