@@ -4,6 +4,7 @@
 // choice by band mode, DFS policy, preferred channels and usage. The result goes to a callback on the
 // selection's worker thread.
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -90,29 +91,52 @@ public:
     static WlanSelectionResultT selectChannel(const std::vector<WlanAllowedChannelT>& allowed,
                                               const std::vector<WlanObservedNetworkT>& observed, int avoid);
     static WlanSelectionResultT getNextAlternativeChannel(const std::vector<WlanAllowedChannelT>& allowed,
-                                                          const std::vector<WlanObservedNetworkT>& observed,
-                                                          int avoid);
+                                                          const std::vector<WlanObservedNetworkT>& observed, int avoid);
     static int getWlanChannelByUsage(std::vector<WlanChannelUsageT> entries, int avoid);
     static WlanSelectionResultT findPreferredChannel(const std::vector<WlanObservedNetworkT>& observed);
     static bool findPreferredChannel_5GHz(const std::vector<WlanAllowedChannelT>& allowed,
                                           const std::vector<WlanObservedNetworkT>& observed, std::uint8_t dfs,
                                           WlanSelectionResultT& result);
+    // `element` is the whole element (id, length, data).
     static bool parseHtIe(const std::uint8_t* element, int size, std::uint32_t& primaryChannel,
                           std::uint32_t& widthCode);
+    // Walks a BSS's information elements up to the first HT operation element; true when one was found
+    // and its secondary-channel offset is valid (`widthCode` is then its width).
+    static bool parseInformationElements(const std::uint8_t* elements, std::size_t size, std::uint32_t& primaryChannel,
+                                         std::uint32_t& widthCode);
     // A scanned BSS: channel from the centre frequency, width from the HT operation element, peer flag.
     static WlanObservedNetworkT observe(const platform::WlanBssEntryT& bss);
     static bool isPeerName(const std::string& ssid);
 
 private:
+    // The client handle of one selection; its closing is logged, as the scan ends there.
+    class WlanHandleWrapper {
+    public:
+        WlanHandleWrapper() = default;
+        WlanHandleWrapper(const WlanHandleWrapper&) = delete;
+        WlanHandleWrapper& operator=(const WlanHandleWrapper&) = delete;
+        ~WlanHandleWrapper() { close(); }
+        void close();
+        platform::UniqueWlanHandle& handle() { return m_handle; }
+
+    private:
+        platform::UniqueWlanHandle m_handle;
+    };
+
     void worker(std::vector<WlanAllowedChannelT> allowed, WlanSelectionCallback callback, int timeoutMs);
+    void wlanNotificationCallback(const platform::WlanNotificationT& notification);
+    bool getBssList(std::vector<platform::WlanBssEntryT>& entries);
+    // Back to idle: the handle closed (which ends its notifications), ready for the next openHandle.
+    void closeHandle();
 
     std::mutex m_lock;
     std::condition_variable m_scanDone;
+    std::condition_variable m_selectionDone;
     bool m_scanComplete = false;
     bool m_running = false;
     bool m_initialised = false;
     std::thread m_worker;
-    platform::UniqueWlanHandle m_handle;
+    WlanHandleWrapper m_handle;
     platform::WlanGuid m_interface{};
 };
 

@@ -7,6 +7,7 @@
 #include "app/Log.h"
 #include "links/ProcRunner.h"
 #include "net/DriverPackageListing.h"
+#include "net/WlanAccessPointC.h"
 #include "platform/Clock.h"
 #include "platform/DeviceDrivers.h"
 #include "platform/FileSystem.h"
@@ -314,8 +315,8 @@ bool setWlanModulePower(bool on)
     else
         WriteLog("[WLAN_ERROR]: WLAN driver NOT Ready after: %d ms!", waitedMs);
     if (!waitTillWlanInterfaceReady()) return false;
-    // The access point's settings (SSID, password, band) are read back into the system manager's record
-    // by the access point, which this build does not carry yet.
+    // The service kept the access point's settings while the module was off; the record follows them.
+    WlanAccessPointC::instance().refresh();
     return true;
 }
 

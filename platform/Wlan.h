@@ -7,7 +7,8 @@
 // On the simulation platform the WLAN service always runs; the computer module's WLAN interface exists
 // while the module is powered (the WLAN power line of the IO expander "\\.\IOExpander" reads on) and the
 // device runs a driver that offers an interface: $HALVERN_ROOT/sim/devices/wlan holds "interface=1", as
-// the device tool and driver store stand-ins leave it.
+// the device tool and driver store stand-ins leave it. The hosted network is kept in the sim root too
+// (platform/sim/SimHostedNetwork.h), where halvern-sim and tests can make its starts fail.
 #include <array>
 #include <cstdint>
 #include <functional>

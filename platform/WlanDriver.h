@@ -5,8 +5,10 @@
 // MSNdis_StatusMediaDisconnect, MSNdis_StatusMediaSpecificIndicationEx).
 //
 // On the simulation platform the DOS device names are the lines "NAME=TARGET" of
-// $HALVERN_ROOT/sim/dosdevices, the driver device is the device socket $HALVERN_ROOT/dev/NAME served by
-// the simulated WLAN module, and the indications come from the simulated instrument's radio.
+// $HALVERN_ROOT/sim/dosdevices, the driver device is there while the module's interface is (see
+// platform/Wlan.h) and answers the channel-list request from $HALVERN_ROOT/sim/devices/wlan-channels
+// (platform/sim/SimWlanDriver.h), and the indications come from the simulated instrument through $HALVERN_ROOT/sim/wmi/ndis
+// (platform/sim/NdisWire.h).
 #include <cstddef>
 #include <cstdint>
 #include <functional>

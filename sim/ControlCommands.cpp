@@ -25,20 +25,23 @@ std::string ControlCommandsC::execute(const std::string& line)
     std::vector<std::string> words = splitWords(line);
     if (words.empty()) return "ERROR empty command";
     Handler handler;
-    std::size_t consumed = 1;
+    std::size_t keyWords = 0;
     {
         std::lock_guard<std::mutex> guard(m_lock);
-        // A handler added for two words ("wlan radar") lets several device models share a first word.
-        auto it = words.size() > 1 ? m_handlers.find(words[0] + " " + words[1]) : m_handlers.end();
-        if (it != m_handlers.end()) {
-            consumed = 2;
-        } else {
-            it = m_handlers.find(words[0]);
+        // The longest registered key wins, so that models can share a first word ("wlan network ...",
+        // "wlan radar ...").
+        std::vector<std::string> keys{words[0]};
+        for (std::size_t i = 1; i < words.size(); ++i)
+            keys.push_back(keys.back() + " " + words[i]);
+        for (std::size_t n = keys.size(); n > 0 && !handler; --n) {
+            auto it = m_handlers.find(keys[n - 1]);
+            if (it == m_handlers.end()) continue;
+            handler = it->second;
+            keyWords = n;
         }
-        if (it == m_handlers.end()) return "ERROR unknown command " + words[0];
-        handler = it->second;
+        if (!handler) return "ERROR unknown command " + words[0];
     }
-    words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(consumed));
+    words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(keyWords));
     return handler(words);
 }
 

@@ -11,10 +11,11 @@ namespace halvern::sim {
 
 class ControlCommandsC {
 public:
-    // Answers a command's arguments (the words after the first); the reply starts with "OK" or "ERROR".
+    // Answers a command's arguments (the words after its key); the reply starts with "OK" or "ERROR".
     using Handler = std::function<std::string(const std::vector<std::string>& arguments)>;
 
-    // `word` is a first word, or a first and a second word joined by one blank; the longer match wins.
+    // `word` is one word ("efi") or several separated by single blanks ("wlan network"); a line goes to
+    // the handler of the longest key its first words spell.
     void add(const std::string& word, Handler handler);
     std::string execute(const std::string& line);
 

@@ -12,6 +12,7 @@
 #include "platform/sim/SimClock.h"
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/SimWlanDriver.h"
 #include "sim/TimeZoneData.h"
 #include "sim/standin/WlanDeviceModel.h"
 
@@ -207,7 +208,7 @@ bool createSimRootLayout(const std::string& root, std::string& error)
         }
     }
     if (!provideWindows(root, error)) return false;
-    if (!provideNetwork(root) || !provideWlanDriverLayout(root)) {
+    if (!provideNetwork(root) || !provideWlanDriverLayout(root) || !platform::sim::provideWlanDriverDevice(root)) {
         error = "cannot prepare the network adapters of " + root + ": " + std::strerror(errno);
         return false;
     }

@@ -28,6 +28,8 @@
 #include "sim/i2c/I2cControlCommands.h"
 #include "sim/standin/StandInInstall.h"
 #include "sim/wlan/DriverEventControlCommands.h"
+#include "sim/wlan/HostedNetworkControlCommands.h"
+#include "sim/wlan/RadioControlCommands.h"
 
 namespace {
 
@@ -145,6 +147,8 @@ int main(int argc, char** argv)
     if (!i2cServer.start(root, error)) std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
     halvern::sim::addI2cControlCommands(commands, i2cDevices);
     halvern::sim::addWindowsControlCommands(commands);
+    halvern::sim::addRadioControlCommands(commands);
+    halvern::sim::addHostedNetworkControlCommands(commands);
     halvern::sim::SensorBoardModelC board;
     board.setBootDelay(boardBootDelayMs);
     board.setPowerObserver([&efiModel](bool powered) { efiModel.setSensorBoardPowered(powered); });

@@ -12,6 +12,7 @@
 #include "platform/I2c.h"
 #include "platform/WinError.h"
 #include "platform/sim/I2cWire.h"
+#include "platform/sim/SimControlDevice.h"
 #include "platform/sim/SimObject.h"
 #include "platform/sim/SimRoot.h"
 
@@ -101,6 +102,9 @@ bool deviceIoControl(HandleValue device, std::uint32_t code, const void* in, std
                      std::uint32_t outBytes, std::uint32_t& bytesReturned)
 {
     bytesReturned = 0;
+    // Devices other than the bus's (the WLAN driver's) answer in-process.
+    if (auto* control = dynamic_cast<sim::SimControlDeviceC*>(sim::lookupObject(device)))
+        return control->control(code, in, inBytes, out, outBytes, bytesReturned);
     I2cDeviceC* object = lookupDevice(device);
     if (object == nullptr) return false;
     std::vector<std::uint8_t> reply;

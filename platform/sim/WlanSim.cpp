@@ -65,12 +65,21 @@ bool interfacePresent()
     return modulePowered() && driverOffersInterface();
 }
 
+WlanGuid interfaceGuid()
+{
+    return kInterfaceGuid;
+}
+
 }  // namespace simwlan
 
 std::uint32_t wlanCloseHandle(WlanHandleValue handle)
 {
-    std::lock_guard<std::mutex> guard(g_clientsLock);
-    if (g_clients.erase(handle) == 0) return kErrorInvalidHandle;
+    {
+        std::lock_guard<std::mutex> guard(g_clientsLock);
+        if (g_clients.erase(handle) == 0) return kErrorInvalidHandle;
+    }
+    // As WlanCloseHandle: no notification of the handle runs once the call returned.
+    simwlan::forgetNotifications(handle);
     delete static_cast<WlanClientS*>(handle);
     return kErrorSuccess;
 }

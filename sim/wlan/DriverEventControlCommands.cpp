@@ -59,8 +59,9 @@ void addDriverEventControlCommands(ControlCommandsC& commands, NdisIndicationSer
         if (!arguments.empty()) return "ERROR usage: wlan radar";
         return indicate(server, "RADAR_DETECTED on channel " + currentChannel(), platform::kWlanEventRadarDetected);
     });
-    commands.add("wlan ap", [&server](const std::vector<std::string>& arguments) -> std::string {
-        if (arguments.size() != 1 || arguments[0] != "stopped") return "ERROR usage: wlan ap stopped";
+    // "wlan ap" itself is the hosted network's; only this one word after it is the driver's.
+    commands.add("wlan ap stopped", [&server](const std::vector<std::string>& arguments) -> std::string {
+        if (!arguments.empty()) return "ERROR usage: wlan ap stopped";
         return indicate(server, "AP_STOPPED", platform::kWlanEventApStopped);
     });
     commands.add("wlan cac", [&server](const std::vector<std::string>& arguments) -> std::string {

@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/bash
 # Checks that a Windows image exports the given names from its own export table.
 #   check_exports.sh OBJDUMP IMAGE NAME...
 set -u
