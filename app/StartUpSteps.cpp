@@ -2,10 +2,17 @@
 // does nothing and logs nothing: no work is done, so nothing may claim it.
 #include "app/StartUpSteps.h"
 
+#include <cstring>
+#include <optional>
+#include <vector>
+
 #include "app/Log.h"
 #include "links/DivoManagerC.h"
 #include "links/MoraManagerC.h"
 #include "net/NetManagerC.h"
+#include "net/WlanAccessPointC.h"
+#include "net/WlanAp.h"
+#include "net/WlanDriverEvents.h"
 #include "net/WlanDriverManager.h"
 #include "platform/Clock.h"
 #include "platform/FileSystem.h"
@@ -181,9 +188,55 @@ void StartNetworkObserver()
     SysManagerC::Instance()->GetUWFilter(protectedByFilter);
     if (protectedByFilter) SysManagerC::Instance()->startNetworkObserver();
 }
-void InitWlanAccessPoint() {}
-void StartDriverEventSink() {}
-void StopDriverEventSink() {}
+// The service's SSID and pass phrase and the driver's band are the configuration; the selection picks the
+// channel for the allowed list the driver gives, and the access point opens on it.
+void InitWlanAccessPoint()
+{
+    net::WlanAccessPointC& accessPoint = net::WlanAccessPointC::instance();
+    accessPoint.refresh();
+    net::WlanApRequestT request;
+    request.start = 1;
+    request.band = net::kWlanBandKeep;
+    // Its failures are logged where they happen; the instrument goes on without its access point.
+    accessPoint.configure(request);
+}
+
+namespace {
+
+// A buffer of the WlanAp_* exports as text bytes: it ends at its first zero byte.
+std::optional<std::vector<std::uint8_t>> takeApText(unsigned char* buffer)
+{
+    if (buffer == nullptr) return std::nullopt;
+    std::vector<std::uint8_t> text(buffer, buffer + std::strlen(reinterpret_cast<const char*>(buffer)));
+    WlanAp_FreeMemory(buffer);
+    return text;
+}
+
+}  // namespace
+
+// A restart after the driver left its channel for radar reads what the access point runs with and
+// configures it afresh, as a client's configuration would.
+void StartDriverEventSink()
+{
+    net::WlanApRestartOperationsT operations;
+    operations.getSsid = [] { return takeApText(WlanAp_GetSsid()); };
+    operations.getPassword = [] { return takeApText(WlanAp_GetPassword()); };
+    operations.getBand = [] { return net::WlanAccessPointC::instance().config().band; };
+    operations.configureWlan = [](const net::WlanApRestartRequestT& restart) {
+        net::WlanApRequestT request;
+        request.start = restart.start;
+        request.band = restart.band;
+        if (!restart.ssid.empty()) request.ssid = restart.ssid;
+        if (!restart.password.empty()) request.password = restart.password;
+        return net::WlanAccessPointC::instance().configure(request);
+    };
+    net::startWlanDriverEvents(std::move(operations));
+}
+
+void StopDriverEventSink()
+{
+    net::stopWlanDriverEvents();
+}
 void LaunchZentorApplication()
 {
     platform::setLastError(0);

@@ -163,7 +163,7 @@ const std::vector<CommandInfoT>& commandTable()
         entry<NoRecordT, REC::WindowsOsTimeInfo>(1054, "time set"),
         entry<NoRecordT, REC::ShutdownStateHandle>(1055, "shutdown-state"),
         entry<REC::CriticalHwStatusInfo>(1056, "hw-status"),
-        entry<NoRecordT, REC::WlanChannelSelection>(1057, "channel-selection"),
+        entry<NoRecordT, REC::WlanChannelSelection>(1057, "wlan select"),
         entry(1058, "format-usb"),
         entry<REC::EfiBatteryType>(1059, "battery-type"),
         entry<REC::EfiBatteryTypeOffset>(1060, "battery-offset get --which 1"),

@@ -165,17 +165,18 @@ void addRadioCommands(CLI::App& app, CtlChoiceT& chosen)
     wanted->b = 2;
     set->add_option("--width", wanted->b, "HT20 (default)|HT40+|HT40-")->transform(oneOf(kDriverWidths));
 
+    // The result comes as the channel-selected event (halvernctl events shows it as wlan-channel-selected).
     auto selection = options<REC::WlanChannelSelection>();
-    auto* select = addCommand(app, "channel-selection",
-                              "Runs the WLAN channel selection with the three values of its request: a flag, an "
-                              "unsigned and a signed number (WLAN_RUN_CH_SEL, 1057).",
+    auto* select = addCommand(*wlan, "select",
+                              "Runs the WLAN channel selection (WLAN_RUN_CH_SEL, 1057); the chosen channel is "
+                              "announced as event 1005 and written to the driver.",
                               chosen, [selection](SepExchangeC& sep, ReportC& report) {
                                   return doCommand(sep, report, 1057, selection.get(), "channel selection started");
                               });
-    select->add_option("flag", selection->a, "on|off")->required()->transform(onOff());
-    select->add_option("value", selection->b, "unsigned number")->required();
-    select->add_option("result", selection->c, "signed number")->required();
-
+    select->add_flag("--no-dfs", selection->a, "avoid channels that need radar detection in this run");
+    select->add_option("--band", selection->b, "2.4|5|both (default: the access point's band)")
+        ->transform(oneOf(kBands));
+    select->add_option("--scan-ms", selection->c, "how long the scan may take (default 7000)");
     auto property = options<REC::NetIntfceInfo>();
     auto* netInfo = addCommand(
         app, "net-info",

@@ -31,6 +31,8 @@ std::vector<HandlerEntryT> systemHandlers();
 std::vector<HandlerEntryT> linkHandlers();
 // The network adapters' settings: WLAN country and channel, interface addresses.
 std::vector<HandlerEntryT> networkHandlers();
+// The WLAN access point's configuration and its channel selection.
+std::vector<HandlerEntryT> wlanHandlers();
 // The I2C real-time clock and the Windows time information.
 std::vector<HandlerEntryT> timeHandlers();
 // The firmware update.

@@ -153,7 +153,8 @@ void HalvernSepImpl::RegisterHandlers(SEP::ChannelC& channel)
     std::vector<HalvernSepHandlers::HandlerEntryT> completed;
     for (auto group :
          {HalvernSepHandlers::systemHandlers, HalvernSepHandlers::efiHandlers, HalvernSepHandlers::timeHandlers,
-          HalvernSepHandlers::linkHandlers, HalvernSepHandlers::networkHandlers, HalvernSepHandlers::updateHandlers}) {
+          HalvernSepHandlers::linkHandlers, HalvernSepHandlers::networkHandlers, HalvernSepHandlers::wlanHandlers,
+          HalvernSepHandlers::updateHandlers}) {
         const auto entries = group();
         completed.insert(completed.end(), entries.begin(), entries.end());
     }

@@ -6,6 +6,7 @@
 
 #include "app/Log.h"
 #include "net/NetManagerC.h"
+#include "net/WlanAccessPointC.h"
 #include "net/WlanDriverManager.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sep/server/HalvernSepImpl.h"
@@ -24,14 +25,11 @@ bool validCountryCode(const std::string& code)
            std::isalpha(static_cast<unsigned char>(code[1]));
 }
 
-// The channel follows the country: the access point's channel selection will pick one the new country
-// allows. Until the selection is part of this build the driver's channel is written back, which keeps its
-// default channel on the channel it runs.
+// The channel follows the country: the driver's channel may not be allowed in the new one, so it moves to
+// the channel every country allows until the access point's next selection picks one for the new country.
 bool applyChannelAfterCountry()
 {
-    std::uint32_t channel = 0;
-    std::uint32_t width = 0;
-    return NetManagerC::getDrvWlanChannel(channel, width) && NetManagerC::setDrvWlanChannel(channel, width);
+    return halvern::net::setDefaultChannel();
 }
 
 void handleCountryCodeSet(SEP::ReceivedCommandC& command)
