@@ -461,7 +461,7 @@ WlanSelectionResultT WlanChanSelector::selectChannel(const std::vector<WlanAllow
 {
     WriteLog("[WLAN_INFO]: selectChannel");
     const std::uint32_t bandMode = wlanBandMode();
-    // Only what is heard on a channel the driver offers counts.
+    // A preferred channel must be one the driver offers; the usage figures count per allowed channel anyway.
     std::map<std::uint32_t, std::vector<WlanObservedNetworkT>> perChannel;
     std::vector<WlanObservedNetworkT> onAllowed;
     for (const auto& network : observed) {
@@ -492,7 +492,7 @@ WlanSelectionResultT WlanChanSelector::selectChannel(const std::vector<WlanAllow
         if (findPreferredChannel_5GHz(wide, onAllowed, 0, preferred)) return preferred;
         if (!dfsExclusion() && findPreferredChannel_5GHz(wide, onAllowed, 1, preferred)) return preferred;
     }
-    return getNextAlternativeChannel(allowed, onAllowed, avoid);
+    return getNextAlternativeChannel(allowed, observed, avoid);
 }
 
 WlanSelectionResultT WlanChanSelector::getNextAlternativeChannel(const std::vector<WlanAllowedChannelT>& allowed,

@@ -109,7 +109,11 @@ private:
             notification.code =
                 simwlan::interfacePresent() ? kWlanNotificationAcmScanComplete : kWlanNotificationAcmScanFail;
             notification.interfaceGuid = scan.interfaceGuid;
-            (*callback)(notification);
+            // As on Windows, a client's exception must not end the service's thread.
+            try {
+                (*callback)(notification);
+            } catch (...) {
+            }
             lock.lock();
             m_calling = nullptr;
             m_callDone.notify_all();

@@ -42,7 +42,11 @@ void CALLBACK notificationTrampoline(PWLAN_NOTIFICATION_DATA data, PVOID context
     notification.code = data->NotificationCode;
     static_assert(sizeof notification.interfaceGuid == sizeof data->InterfaceGuid, "a GUID is 16 bytes");
     std::memcpy(notification.interfaceGuid.data(), &data->InterfaceGuid, notification.interfaceGuid.size());
-    (*callback)(notification);
+    // The service's thread is no place for an exception to end up.
+    try {
+        (*callback)(notification);
+    } catch (...) {
+    }
 }
 
 GUID toGuid(const WlanGuid& bytes)

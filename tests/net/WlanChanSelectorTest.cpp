@@ -210,6 +210,19 @@ TEST_F(WlanChanSelectorTest, BothBandsFallBackTo24GhzWhere5GhzOnlyGivesUp)
     EXPECT_EQ(WlanChanSelector::getWlanChannelByUsage({}, -1), -1);
 }
 
+// Neither a fresh simulated instrument (its WLAN module unpowered) nor a Wine prefix has a WLAN interface.
+TEST_F(WlanChanSelectorTest, WithoutAWlanInterfaceNoSelectionStarts)
+{
+    WlanChanSelector selector;
+    bool called = false;
+    const std::vector<net::WlanAllowedChannelT> allowed(1);
+    EXPECT_FALSE(selector.startChannelSelection(
+        allowed, [&called](const net::WlanSelectionResultT&) { called = true; }, 7000));
+    EXPECT_THAT(logMessages(), Contains("[ERROR]: Failed to initialize WlanChanSelector"));
+    EXPECT_TRUE(selector.waitForSelectionDone(0));
+    EXPECT_FALSE(called);
+}
+
 TEST_F(WlanChanSelectorTest, WidthFlagsMapToOneCode)
 {
     EXPECT_EQ(net::widthCodeOfFlags(1 | 2 | 4), net::kChanWidthHt40Minus);

@@ -190,6 +190,18 @@ TEST_F(WlanChanSelectionTest, ACrowded5GhzBandFallsBackTo24GhzOnlyInBothBandsMod
     EXPECT_EQ(WlanChanSelector::selectChannel(channels, observed, -1).channel, -1);
 }
 
+TEST_F(WlanChanSelectionTest, NetworksOnlyElsewhereLeaveEveryAllowedChannelFree)
+{
+    net::setWlanBandMode(net::HALVERN_WLAN_5_0_GHZ);
+    net::WlanObservedNetworkT elsewhere;
+    elsewhere.channel = 165;
+    const auto result = WlanChanSelector::selectChannel(kOfficeChannels, {elsewhere}, -1);
+    EXPECT_THAT(result.channel, ::testing::AnyOf(36, 40)) << "an unused channel without radar detection";
+    EXPECT_EQ(result.dfs, 0);
+    // Nothing heard at all gives no usage figures to choose by.
+    EXPECT_EQ(WlanChanSelector::selectChannel(kOfficeChannels, {}, -1).channel, -1);
+}
+
 TEST_F(WlanChanSelectionTest, A40MhzNetworkIsJoinedAndOddBeaconsAreReadSafely)
 {
     const auto observed = observedIn("wide-and-odd.txt");
