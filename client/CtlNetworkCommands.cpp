@@ -120,6 +120,19 @@ void addAccessPointCommands(CLI::App& app, CtlChoiceT& chosen)
                                      });
     driverCommand->add_option("path", *path, "driver path")->required()->check(fitsBuffer(sizeof driver->path));
     driverCommand->add_flag("--test", driver->testNotRegular, "install the test driver instead of the regular one");
+
+    // The result comes as the channel-selected event (halvernctl events shows it as wlan-channel-selected).
+    auto selection = options<REC::WlanChannelSelection>();
+    auto* select = addCommand(*wlan, "select",
+                              "Runs the WLAN channel selection (WLAN_RUN_CH_SEL, 1057); the chosen channel is "
+                              "announced as event 1005 and written to the driver.",
+                              chosen, [selection](SepExchangeC& sep, ReportC& report) {
+                                  return doCommand(sep, report, 1057, selection.get(), "channel selection started");
+                              });
+    select->add_flag("--no-dfs", selection->a, "avoid channels that need radar detection in this run");
+    select->add_option("--band", selection->b, "2.4|5|both (default: the access point's band)")
+        ->transform(oneOf(kBands));
+    select->add_option("--scan-ms", selection->c, "how long the scan may take (default 7000)");
 }
 
 void addRadioCommands(CLI::App& app, CtlChoiceT& chosen)
@@ -165,18 +178,6 @@ void addRadioCommands(CLI::App& app, CtlChoiceT& chosen)
     wanted->b = 2;
     set->add_option("--width", wanted->b, "HT20 (default)|HT40+|HT40-")->transform(oneOf(kDriverWidths));
 
-    // The result comes as the channel-selected event (halvernctl events shows it as wlan-channel-selected).
-    auto selection = options<REC::WlanChannelSelection>();
-    auto* select = addCommand(*wlan, "select",
-                              "Runs the WLAN channel selection (WLAN_RUN_CH_SEL, 1057); the chosen channel is "
-                              "announced as event 1005 and written to the driver.",
-                              chosen, [selection](SepExchangeC& sep, ReportC& report) {
-                                  return doCommand(sep, report, 1057, selection.get(), "channel selection started");
-                              });
-    select->add_flag("--no-dfs", selection->a, "avoid channels that need radar detection in this run");
-    select->add_option("--band", selection->b, "2.4|5|both (default: the access point's band)")
-        ->transform(oneOf(kBands));
-    select->add_option("--scan-ms", selection->c, "how long the scan may take (default 7000)");
     auto property = options<REC::NetIntfceInfo>();
     auto* netInfo = addCommand(
         app, "net-info",
