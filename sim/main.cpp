@@ -128,7 +128,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
         return 2;
     }
-    if (!halvern::sim::installStandIns(root, besideThisProgram("halvern-standin"), error)) {
+    if (!halvern::sim::installStandIns(root, besideThisProgram("halvern-standin"), error) ||
+        !halvern::sim::provideDefaultRadioEnvironment(root, error)) {
         std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
         return 2;
     }

@@ -14,6 +14,14 @@ namespace {
 const char* const kEnvUsage = "ERROR usage: wlan env load FILE | wlan env clear";
 const char* const kNetworkUsage =
     "ERROR usage: wlan network add FREQ NAME [ht20|ht40+|ht40-|offset=N] [rssi=-DBM] | wlan network remove NAME";
+// A peer on 36 and foreign networks on 36, 40 and the DFS channel 52: the selection has a clear choice.
+const char* const kDefaultEnvironment =
+    "5180 Zentor-10001\n"
+    "5180 OfficeNet\n"
+    "5200 Guest-5G rssi=-71\n"
+    "5260 Warehouse rssi=-75\n"
+    "2412 Zentor-10003\n"
+    "2437 HomeNet\n";
 const char* const kScanUsage = "ERROR usage: wlan scan delay MS|never";
 
 std::string describe(const std::vector<platform::sim::SimulatedNetworkT>& networks)
@@ -99,6 +107,14 @@ void addRadioControlCommands(ControlCommandsC& commands)
         return "OK " + describe(networks);
     });
     commands.add("wlan scan", setScanDelay);
+}
+
+bool provideDefaultRadioEnvironment(const std::string& root, std::string& error)
+{
+    if (std::ifstream(platform::sim::radioEnvironmentPath(root)).good()) return true;
+    std::vector<platform::sim::SimulatedNetworkT> networks;
+    return platform::sim::parseRadioEnvironment(kDefaultEnvironment, networks, error) &&
+           platform::sim::storeRadioEnvironment(root, networks, error);
 }
 
 }  // namespace halvern::sim

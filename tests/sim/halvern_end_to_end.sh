@@ -83,6 +83,23 @@ sep exec --mora -- uname -o | grep -F "GNU/Linux" > /dev/null || fail "the senso
 sep calibration-status | grep -F "touch calibration: new settings stored" > /dev/null || fail "no touch calibration result"
 ctl mutex hold touch > /dev/null || fail "cannot hold the touch calibration's mutex"
 sep calibration-status | grep -F "touch calibration: running now" > /dev/null || fail "the running calibration was not seen"
+# Start-up opened the access point on the channel its selection chose and wrote to the driver; a selection
+# asked for by a client is announced to the clients as the channel-selected event.
+messages | grep -E "^Got results of channel selection: [0-9]+, HT" > /dev/null || fail "no channel was selected at start-up"
+in_order "Start WiFi access point"
+ctl wlan ap show | grep -F "state active" > /dev/null || fail "the access point is not up after start-up"
+sep wlan get | grep -E "access point: +on" > /dev/null || fail "halvernctl does not see the access point on"
+events=$work/events.txt
+"$halvernctl" --port "$(cat "$root/sim/sep/55557")" events --count 1 > "$events" 2>&1 &
+pids+=("$!")
+# The listener may still be connecting when the first selection ends: ask again until it heard one.
+sep wlan select --band 5 > /dev/null || fail "the channel selection was not started"
+for _ in $(seq 1 20); do
+    sleep 0.5
+    grep -F "wlan-channel-selected" "$events" > /dev/null && break
+    sep wlan select --band 5 > /dev/null 2>&1 || true  # refused while the previous one still runs
+done
+grep -F "wlan-channel-selected" "$events" > /dev/null || fail "the channel selection was not announced: $(cat "$events")"
 # The test WLAN driver from the USB drive replaces the regular one; the country set is the one read back.
 sep wlan-driver --test "F:\\wlan_test_drv" > /dev/null || fail "the test WLAN driver was not installed"
 grep -qxF qcwlantest.sys "$root/sim/drivers/loaded" || fail "the test WLAN driver is not loaded"

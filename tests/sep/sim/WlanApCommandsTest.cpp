@@ -90,8 +90,9 @@ TEST_F(WlanApCommandsTest, AConfigurationIsAppliedAndReadBackInBothLayouts)
     auto request = config(true, "Zentor-50321", "scan-the-world", 0);
     auto reply = port->askRecord(1002, request);
     ASSERT_EQ(reply.returnCode, 1097) << reply.errorText;
-    EXPECT_THAT(logMessages(),
-                Contains("Got request to set WiFi config, enabled: 1, ssid: Zentor-50321, pass: scan-the-world, band: 0"));
+    EXPECT_THAT(
+        logMessages(),
+        Contains("Got request to set WiFi config, enabled: 1, ssid: Zentor-50321, pass: scan-the-world, band: 0"));
     EXPECT_EQ(WlanAp_Started(), 1);
 
     reply = port->ask(1003);
