@@ -93,6 +93,10 @@ protected:
         links::setTelnetEndpoint({});
         InstrumentTest::TearDown();
     }
+    // A fixture member: it outlives the scripted servers of a test, whose threads still wait on it while
+    // they end.
+    BriefWaitClockC m_briefClock;
+
     bool logged(const std::string& text)
     {
         for (const auto& message : logMessages())
@@ -104,8 +108,7 @@ protected:
 TEST_F(TelnetConnectionTest, ASilentServerFailsTheConnectAtTheInitialSequence)
 {
     ScriptedShellServerC server("", "", "");
-    BriefWaitClockC clock;
-    platform::setClock(&clock);
+    platform::setClock(&m_briefClock);
     TelnetConnection connection;
     EXPECT_FALSE(connection.connect(1000));
     EXPECT_TRUE(logged("Timeout occured while waiting for telnet reply from :"));
@@ -118,8 +121,7 @@ TEST_F(TelnetConnectionTest, ASilentServerFailsTheConnectAtTheInitialSequence)
 TEST_F(TelnetConnectionTest, AServerWithoutPromptFailsTheConnectAtThePrompt)
 {
     ScriptedShellServerC server("\xFF\xFD\x01", "", "");
-    BriefWaitClockC clock;
-    platform::setClock(&clock);
+    platform::setClock(&m_briefClock);
     TelnetConnection connection;
     EXPECT_FALSE(connection.connect(1000));
     EXPECT_TRUE(logged("Failed to receive prompt from 127.0.0.1:"));
@@ -160,8 +162,7 @@ TEST_F(TelnetConnectionTest, StatusLineParsing)
 TEST_F(TelnetConnectionTest, UnreadableStatusKeepsReadingUntilTheTimeout)
 {
     ScriptedShellServerC server("\xFF\xFD\x01", "# ", "x\r\nRESULT: abc\r\n# ");
-    BriefWaitClockC clock;
-    platform::setClock(&clock);
+    platform::setClock(&m_briefClock);
     TelnetConnection connection;
     ASSERT_TRUE(connection.connect(1000));
     int status = 0;

@@ -51,6 +51,9 @@ protected:
     void TearDown() override
     {
         m_events.stop();
+        // The instrument's teardown waits for the EFI reader to end: in real time, or a virtual clock would
+        // let it close the pipe under a reader that is still leaving its read.
+        platform::setClock(nullptr);
         m_clients.clear();
         m_indications.stop();
         EfiInstrumentTest::TearDown();
