@@ -169,7 +169,13 @@ TEST_F(CtlCommandSetTest, WatchShowsEachPanelWithItsValuesOrWhyItHasNone)
     ASSERT_NE(first, std::string::npos) << out;
     EXPECT_NE(out.find("Battery:\n", first + 1), std::string::npos) << "the second refresh";
     EXPECT_NE(out.find("Battery:\n  Internal error, failed to communicate with EFI!"), std::string::npos) << out;
-    EXPECT_NE(out.find("WLAN access point:\n  access point: off"), std::string::npos) << out;
+    // Values where the platform has a hosted network, the reason where it has none (as under Wine).
+    const auto wlan = out.find("WLAN access point:\n  ");
+    ASSERT_NE(wlan, std::string::npos) << out;
+    const std::string panel = out.substr(wlan + 21, 60);
+    EXPECT_TRUE(panel.rfind("access point: off", 0) == 0 ||
+                panel.rfind("Internal error, failed to obtain WiFi AP configuration", 0) == 0)
+        << out;
     EXPECT_NE(out.find("Time:\n  "), std::string::npos) << out;
     EXPECT_EQ(out.find("\033["), std::string::npos) << "--plain does not redraw";
 }
