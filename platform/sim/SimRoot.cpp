@@ -50,15 +50,29 @@ std::vector<std::string> splitWindowsPath(const std::string& path)
 
 std::string resolveBelow(const std::string& base, const std::vector<std::string>& components)
 {
-    std::string path = base;
+    // Windows takes ".." lexically and never above the drive's root; here that root is `base`, so no path a
+    // client names reaches outside the simulated instrument.
+    std::vector<std::string> chosenParts;
+    const auto current = [&base, &chosenParts] {
+        std::string path = base;
+        for (const auto& part : chosenParts)
+            path += "/" + part;
+        return path;
+    };
     bool parentExists = true;
     for (const auto& component : components) {
         if (component == ".") continue;
+        if (component == "..") {
+            if (!chosenParts.empty()) chosenParts.pop_back();
+            struct stat st {};
+            parentExists = stat(current().c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+            continue;
+        }
         std::string chosen = component;
         if (parentExists) {
             bool exact = false;
             std::string match;
-            if (DIR* dir = opendir(path.c_str())) {
+            if (DIR* dir = opendir(current().c_str())) {
                 while (dirent* entry = readdir(dir)) {
                     if (component == entry->d_name) {
                         exact = true;
@@ -71,9 +85,9 @@ std::string resolveBelow(const std::string& base, const std::vector<std::string>
             if (!exact && !match.empty()) chosen = match;
             parentExists = exact || !match.empty();
         }
-        path += "/" + chosen;
+        chosenParts.push_back(chosen);
     }
-    return path;
+    return current();
 }
 
 std::string resolveWindowsPath(const std::string& windowsPath)
