@@ -18,8 +18,8 @@ namespace {
 // wlan_hosted_network_opcode_connection_settings.
 constexpr DWORD kOpcodeConnectionSettings = 0;
 
-using ForceStartFn = DWORD(WINAPI*)(HANDLE, PDWORD, PVOID);
-using ForceStopFn = DWORD(WINAPI*)(HANDLE, PDWORD, PVOID);
+// WlanHostedNetworkForceStart and WlanHostedNetworkForceStop.
+using ForceFn = DWORD(WINAPI*)(HANDLE, PDWORD, PVOID);
 using QueryStatusFn = DWORD(WINAPI*)(HANDLE, PVOID*, PVOID);
 using QueryPropertyFn = DWORD(WINAPI*)(HANDLE, DWORD, PDWORD, PVOID*, PDWORD, PVOID);
 using SetPropertyFn = DWORD(WINAPI*)(HANDLE, DWORD, DWORD, PVOID, PDWORD, PVOID);
@@ -52,26 +52,31 @@ Fn lookUp(const char* name)
 
 }  // namespace
 
-std::uint32_t wlanHostedNetworkForceStart(const UniqueWlanHandle& handle, std::uint32_t& failReason)
+namespace {
+
+// Force start and force stop share their shape: a reason that says why the service refused.
+std::uint32_t callWithReason(ForceFn call, const UniqueWlanHandle& handle, std::uint32_t& failReason)
 {
     failReason = kWlanHostedNetworkReasonSuccess;
-    static const auto forceStart = lookUp<ForceStartFn>("WlanHostedNetworkForceStart");
-    if (forceStart == nullptr) return ERROR_CALL_NOT_IMPLEMENTED;
+    if (call == nullptr) return ERROR_CALL_NOT_IMPLEMENTED;
     DWORD reason = kWlanHostedNetworkReasonSuccess;
-    const DWORD status = forceStart(handle.get(), &reason, nullptr);
+    const DWORD status = call(handle.get(), &reason, nullptr);
     failReason = reason;
     return status;
 }
 
+}  // namespace
+
+std::uint32_t wlanHostedNetworkForceStart(const UniqueWlanHandle& handle, std::uint32_t& failReason)
+{
+    static const auto forceStart = lookUp<ForceFn>("WlanHostedNetworkForceStart");
+    return callWithReason(forceStart, handle, failReason);
+}
+
 std::uint32_t wlanHostedNetworkForceStop(const UniqueWlanHandle& handle, std::uint32_t& failReason)
 {
-    failReason = kWlanHostedNetworkReasonSuccess;
-    static const auto forceStop = lookUp<ForceStopFn>("WlanHostedNetworkForceStop");
-    if (forceStop == nullptr) return ERROR_CALL_NOT_IMPLEMENTED;
-    DWORD reason = kWlanHostedNetworkReasonSuccess;
-    const DWORD status = forceStop(handle.get(), &reason, nullptr);
-    failReason = reason;
-    return status;
+    static const auto forceStop = lookUp<ForceFn>("WlanHostedNetworkForceStop");
+    return callWithReason(forceStop, handle, failReason);
 }
 
 std::uint32_t wlanHostedNetworkQueryState(const UniqueWlanHandle& handle, std::uint32_t& state)

@@ -8,6 +8,7 @@
 
 #include "net/WlanChanSelector.h"
 #include "support/TestEnvironment.h"
+#include "tests/net/WlanSelectionTest.h"
 
 namespace halvern::test {
 namespace {
@@ -59,21 +60,7 @@ WlanChannelUsageT usage(int channel, std::uint8_t dfs, std::uint32_t nonPeers, s
     return entry;
 }
 
-class WlanChanSelectorTest : public InstrumentTest {
-protected:
-    void SetUp() override
-    {
-        InstrumentTest::SetUp();
-        net::setWlanBandMode(net::HALVERN_WLAN_BOTH_BANDS);
-        net::setDfsExclusion(false);
-    }
-    void TearDown() override
-    {
-        net::setWlanBandMode(net::HALVERN_WLAN_BOTH_BANDS);
-        net::setDfsExclusion(false);
-        InstrumentTest::TearDown();
-    }
-};
+class WlanChanSelectorTest : public WlanSelectionTest {};
 
 TEST_F(WlanChanSelectorTest, CentreFrequenciesMapToChannelsOfBothBands)
 {

@@ -19,6 +19,7 @@
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/WlanRadioEnvironment.h"
 #include "support/TestEnvironment.h"
+#include "tests/net/WlanSelectionTest.h"
 #include "tests/sim/i2c/ServedI2cDevices.h"
 
 namespace halvern::test {
@@ -108,20 +109,12 @@ private:
     std::atomic<bool> m_released{false};
 };
 
-class WlanChanSelectionTest : public InstrumentTest {
+class WlanChanSelectionTest : public WlanSelectionTest {
 protected:
-    void SetUp() override
-    {
-        InstrumentTest::SetUp();
-        net::setWlanBandMode(net::HALVERN_WLAN_BOTH_BANDS);
-        net::setDfsExclusion(false);
-    }
     void TearDown() override
     {
         if (m_i2c.started()) m_i2c.stop();
-        net::setWlanBandMode(net::HALVERN_WLAN_BOTH_BANDS);
-        net::setDfsExclusion(false);
-        InstrumentTest::TearDown();
+        WlanSelectionTest::TearDown();
     }
     // The module powered through the IO expander, with the driver that offers its interface.
     void powerWlanModule()

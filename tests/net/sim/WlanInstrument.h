@@ -4,9 +4,12 @@
 // real time.
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
+#include <vector>
 
 #include "platform/Clock.h"
+#include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
 #include "sim/standin/StandInInstall.h"
 #include "spb/SpbApi.h"
@@ -14,6 +17,27 @@
 #include "tests/sim/i2c/ServedI2cDevices.h"
 
 namespace halvern::test {
+
+// The WLAN module's driver settings, where the driver reads its country and default channel.
+constexpr const char* kWlanDriverKey =
+    "SYSTEM\\CurrentControlSet\\Control\\Class\\{4D36E972-E325-11CE-BFC1-08002BE10318}\\0003";
+
+inline std::string wlanDriverValue(const char* name)
+{
+    const auto value =
+        platform::sim::readValue(platform::sim::keyFolder(platform::RegHive::LocalMachine, kWlanDriverKey), name);
+    return value ? value->data : "<missing>";
+}
+
+// The arguments of each device-tool run, in order.
+inline std::vector<std::string> deviceToolRuns()
+{
+    std::ifstream in(platform::sim::root() + "/sim/apps/log");
+    std::vector<std::string> runs;
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind("devcon arguments ", 0) == 0) runs.push_back(line.substr(17));
+    return runs;
+}
 
 class WlanInstrumentC {
 public:

@@ -26,25 +26,6 @@ using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-constexpr const char* kWlanDriverKey =
-    "SYSTEM\\CurrentControlSet\\Control\\Class\\{4D36E972-E325-11CE-BFC1-08002BE10318}\\0003";
-
-std::string wlanDriverValue(const char* name)
-{
-    const auto value =
-        platform::sim::readValue(platform::sim::keyFolder(platform::RegHive::LocalMachine, kWlanDriverKey), name);
-    return value ? value->data : "<missing>";
-}
-
-std::vector<std::string> deviceToolRuns()
-{
-    std::ifstream in(platform::sim::root() + "/sim/apps/log");
-    std::vector<std::string> runs;
-    for (std::string line; std::getline(in, line);)
-        if (line.rfind("devcon arguments ", 0) == 0) runs.push_back(line.substr(17));
-    return runs;
-}
-
 class WlanCommandsTest : public SepPortTest {
 protected:
     void SetUp() override
