@@ -71,6 +71,9 @@ InstrumentT* g_instrument = nullptr;
 
 void removeInstrument()
 {
+    // The system manager's threads go first: one still logging after the sim root is gone would write
+    // wherever a destroyed root's text points.
+    SysManagerC::DestroyInstance();
     g_instrument->service.stop();
     std::error_code ignored;
     std::filesystem::remove_all(g_instrument->root, ignored);

@@ -12,24 +12,35 @@
 namespace platform::sim {
 
 namespace {
-std::mutex g_rootLock;
-std::string g_root;
-bool g_rootSet = false;
+// Never destroyed: a thread that still logs while the process exits must not resolve its paths through a
+// destroyed text (its bytes would name a file wherever the process happens to run).
+struct RootSettingT {
+    std::mutex lock;
+    std::string path;
+    bool set = false;
+};
+RootSettingT& rootSetting()
+{
+    static auto* setting = new RootSettingT();
+    return *setting;
+}
 }  // namespace
 
 std::string root()
 {
-    std::lock_guard<std::mutex> guard(g_rootLock);
-    if (g_rootSet) return g_root;
+    RootSettingT& setting = rootSetting();
+    std::lock_guard<std::mutex> guard(setting.lock);
+    if (setting.set) return setting.path;
     const char* env = std::getenv("HALVERN_ROOT");
     return env != nullptr ? std::string(env) : std::string();
 }
 
 void setRoot(const std::string& rootPath)
 {
-    std::lock_guard<std::mutex> guard(g_rootLock);
-    g_root = rootPath;
-    g_rootSet = true;
+    RootSettingT& setting = rootSetting();
+    std::lock_guard<std::mutex> guard(setting.lock);
+    setting.path = rootPath;
+    setting.set = true;
 }
 
 std::vector<std::string> splitWindowsPath(const std::string& path)
