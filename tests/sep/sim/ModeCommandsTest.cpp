@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 
+#include "client/CtlTestSupport.h"
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimWriteFilter.h"
 #include "sep/SepCommandTestSupport.h"
@@ -16,6 +17,8 @@
 
 namespace halvern::test {
 namespace {
+
+using namespace modes;
 
 namespace REC = Varda::SEP::HALVERN;
 
@@ -75,7 +78,7 @@ TEST_F(ModeCommandsTest, ProductionFeaturesAreSetAndReadBackInTheirWireOrder)
     read = features();
     EXPECT_FALSE(read.remoteDesktop);
     EXPECT_FALSE(read.portForwarding);
-    EXPECT_TRUE(simLines("sim/network/portproxy").empty());
+    EXPECT_TRUE(rootLines("sim/network/portproxy").empty());
 
     std::remove((platform::sim::root() + "/C/vexarBatches/Halvern/portsConfiguration.txt").c_str());
     reply = port->askRecord(1014, wanted);
@@ -107,6 +110,16 @@ TEST_F(ModeCommandsTest, AModeSwitchAnswersWithItsStepsAndARefusalWithTheGeneral
     EXPECT_STREQ(info.texts[7], "UWF is already deactivated, no restart is required.");
     EXPECT_FALSE(info.flag);
     EXPECT_TRUE(eventually([] { return explorerProcesses().size() == 1; }));
+
+    // What a technician sees of the same switch.
+    const CtlRunT run = runCtl(port->server().port(), {"service-mode", "on"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    for (const char* line :
+         {"result: \"Device Mode Change: successfully completed\"",
+          "services and port forwarding: \"Port Forwarding: ON\"", "file explorer: \"File Explorer: ON\"",
+          "write filter: \"UWF: OFF\"", "restart: \"UWF is already deactivated, no restart is required.\"",
+          "restart required: no"})
+        EXPECT_NE(run.out.find(line), std::string::npos) << line << "\n" << run.out;
 
     REC::ServMode customer;
     customer.enable = false;

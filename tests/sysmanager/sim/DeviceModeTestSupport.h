@@ -9,9 +9,10 @@
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
 
-namespace halvern::test {
+// Their own namespace: other tests keep helpers of the same names for other folders of the sim root.
+namespace halvern::test::modes {
 
-inline std::vector<std::string> simLines(const std::string& relative)
+inline std::vector<std::string> rootLines(const std::string& relative)
 {
     std::ifstream in(platform::sim::root() + "/" + relative);
     std::vector<std::string> lines;
@@ -20,7 +21,7 @@ inline std::vector<std::string> simLines(const std::string& relative)
     return lines;
 }
 
-inline bool simFileExists(const std::string& relative)
+inline bool rootFileExists(const std::string& relative)
 {
     return static_cast<bool>(std::ifstream(platform::sim::root() + "/" + relative));
 }
@@ -53,7 +54,7 @@ inline std::string userinit()
 inline std::vector<std::uint32_t> explorerProcesses()
 {
     std::vector<std::uint32_t> ids;
-    for (const auto& line : simLines("sim/session/processes")) {
+    for (const auto& line : rootLines("sim/session/processes")) {
         std::istringstream fields(line);
         std::uint32_t id = 0;
         std::uint32_t session = 0;
@@ -70,4 +71,4 @@ inline void endExplorers()
         platform::terminateProcessById(id, 0);
 }
 
-}  // namespace halvern::test
+}  // namespace halvern::test::modes

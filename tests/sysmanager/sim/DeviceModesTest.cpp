@@ -20,6 +20,8 @@
 namespace halvern::test {
 namespace {
 
+using namespace modes;
+
 using ModeInfo = SysManagerC::CurDevModeInfo;
 
 bool firewallOn(platform::FirewallProfileE profile)
@@ -61,7 +63,7 @@ protected:
         platform::sim::makeDirectories(platform::sim::root() + "/sim/apps");
         std::ofstream(platform::sim::root() + "/sim/apps/netsh") << "exit-code=1\n";
     }
-    static bool flagFilePresent() { return simFileExists("C/vexarBatches/Unprotected/toProdMode.txt"); }
+    static bool flagFilePresent() { return rootFileExists("C/vexarBatches/Unprotected/toProdMode.txt"); }
 };
 
 // Every feature as production mode leaves it.
@@ -69,7 +71,7 @@ void expectOpened()
 {
     EXPECT_EQ(serviceStart("LanmanWorkstation"), "2");
     EXPECT_EQ(serviceStart("SessionEnv"), "2");
-    EXPECT_EQ(simLines("sim/network/portproxy"), (std::vector<std::string>{"22 192.168.2.1 22", "23 192.168.2.1 23"}));
+    EXPECT_EQ(rootLines("sim/network/portproxy"), (std::vector<std::string>{"22 192.168.2.1 22", "23 192.168.2.1 23"}));
     EXPECT_EQ(userinit(), "C:\\Windows\\system32\\userinit.exe, C:\\Windows\\explorer.exe,");
     EXPECT_TRUE(eventually([] { return explorerProcesses().size() == 1; })) << "the shell runs";
     EXPECT_EQ(denyRemoteDesktop(), "0");
@@ -171,7 +173,7 @@ TEST_F(DeviceModesTest, ProductionModeWithoutTheFilterNeedsNoRestartAndCustomerM
     EXPECT_TRUE(info.restartRequired);
     EXPECT_EQ(serviceStart("LanmanWorkstation"), "4");
     EXPECT_EQ(serviceStart("SessionEnv"), "4");
-    EXPECT_TRUE(simLines("sim/network/portproxy").empty());
+    EXPECT_TRUE(rootLines("sim/network/portproxy").empty());
     EXPECT_EQ(userinit(), "C:\\Windows\\system32\\userinit.exe,");
     EXPECT_TRUE(explorerProcesses().empty()) << "the shell is ended";
     EXPECT_EQ(denyRemoteDesktop(), "1");
@@ -204,7 +206,7 @@ TEST_F(DeviceModesTest, AFailingFeatureStopsCustomerModeButNotProductionMode)
     for (const char* field : {info.result, info.fileExplorer, info.ethernetSpeed, info.remoteDesktop, info.firewall})
         EXPECT_STREQ(field, "");
     EXPECT_EQ(serviceStart("SessionEnv"), "4") << "the services come before the port forwarding";
-    EXPECT_EQ(simLines("sim/network/portproxy").size(), 2u);
+    EXPECT_EQ(rootLines("sim/network/portproxy").size(), 2u);
     EXPECT_EQ(explorerProcesses().size(), 1u) << "the later steps are not touched";
     EXPECT_EQ(userinit(), "C:\\Windows\\system32\\userinit.exe, C:\\Windows\\explorer.exe,");
     EXPECT_EQ(net::NetManagerC::GetAdapterSpeed(), 5);
