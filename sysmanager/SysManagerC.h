@@ -194,11 +194,11 @@ public:
         // The requested mode needs another write-filter state than the running one.
         bool restartRequired = false;
     };
+    // The texts that tell the two switches apart.
+    struct DeviceModeTextsT;
     // `enable` 1: production (service) mode, 0: customer mode. False when the switch was refused or a
     // feature failed; `result` says which. Once a switch changed the write filter for the next boot, every
     // further switch is refused until Halvern restarts.
-    // The texts that tell the two switches apart.
-    struct DeviceModeTextsT;
     bool productionMode(bool enable, CurDevModeInfo& result);
     bool serviceMode(bool enable, CurDevModeInfo& result);
     // The write filter for the next boot, set with "uwfmgr.exe filter enable|disable".
