@@ -137,8 +137,7 @@ int wWinMain(const std::vector<std::wstring>& arguments)
         StopSepServer();
         return -1;
     }
-    HandleProductionModeFlagFile();
-    StartNetworkObserver();
+    if (!HandleProductionModeFlagFile()) StartNetworkObserver();
     InitWlanAccessPoint();
 
     const std::wstring title = platform::loadString(IDS_APP_TITLE, kResourceStringChars);

@@ -97,7 +97,11 @@ void EnsureWlanCountryCode()
         SysManagerC::Instance()->CommitRegistryValue(L"HKLM\\" + driverKey, L"ccode");
 }
 void RepairSsdWriteCache() {}
-void DisablePublicFirewall() {}
+void DisablePublicFirewall()
+{
+    // The link between sensor board and computer module is a public network; SetWinFirewall logs a failure.
+    SysManagerC::Instance()->SetWinFirewall(platform::FirewallProfileE::Public, false);
+}
 namespace {
 
 // The updater's answer decides whether Halvern ends here so that it can replace files.
@@ -179,7 +183,33 @@ void DeletePreviousFirmwareFile()
         WriteLog("WARNING: cannot delete fw file %ls (Error:%d)", kPreviousFirmwareFile,
                  static_cast<int>(platform::lastError()));
 }
-void HandleProductionModeFlagFile() {}
+bool HandleProductionModeFlagFile()
+{
+    const wchar_t* const flagFilePath = SysManagerC::kProductionModeFlagFile;
+    platform::UniqueHandle flagFile =
+        platform::createFile(flagFilePath, platform::kGenericRead, platform::kFileShareRead, false,
+                             platform::kOpenExisting, platform::kFileAttributeNormal);
+    if (!flagFile) {
+        WriteLog(
+            "[%s] Halvern: No production mode flag file in the given path, so no indication of a transition from "
+            "customer to production mode!",
+            "wWinMain");
+        return false;
+    }
+    WriteLog("[%s] Halvern: Indication of a transition from customer to production mode!", "wWinMain");
+    SysManagerC::CurDevModeInfo info;
+    const bool switched = SysManagerC::Instance()->productionMode(true, info);
+    if (!switched)
+        WriteLog("Halvern [%s] [ERROR]: failed to fully activate production mode! --> Error: %d", "wWinMain",
+                 static_cast<int>(platform::lastError()));
+    flagFile.reset();
+    if (platform::deleteFile(flagFilePath))
+        WriteLog("Delete device production mode flag file!");
+    else
+        WriteLog("Halvern [%s] [ERROR]: failed to delete device mode flag file! --> Error: %d", "wWinMain",
+                 static_cast<int>(platform::lastError()));
+    return switched;
+}
 void StartNetworkObserver()
 {
     // An instrument in customer mode (its write filter protecting it) routes nothing beyond its own links;

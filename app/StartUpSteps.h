@@ -27,7 +27,9 @@ bool StartSepServer();
 void StopSepServer();
 void DeletePreviousFirmwareFile();
 bool isHwErrorDetected(bool usbUpdate);
-void HandleProductionModeFlagFile();
+// True when the flag file of an earlier switch was found and production mode is now complete: the network
+// observer then stays off.
+bool HandleProductionModeFlagFile();
 void StartNetworkObserver();
 void InitWlanAccessPoint();
 void StartDriverEventSink();

@@ -75,6 +75,11 @@ struct ProcessEntryT {
 enum class SnapshotResultE { Ok, SnapshotFailed, FirstFailed };
 SnapshotResultE snapshotProcesses(std::vector<ProcessEntryT>& processes);
 
+// OpenProcess(PROCESS_TERMINATE) of a process found in a snapshot, then TerminateProcess. On the
+// simulation platform only a stand-in of this sim root can be ended this way; it also leaves the sim
+// root's process list.
+bool terminateProcessById(std::uint32_t processId, std::uint32_t exitCode);
+
 // GetUserNameW.
 bool getUserName(std::wstring& name);
 

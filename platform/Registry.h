@@ -64,12 +64,16 @@ RegStatus regQueryString(const UniqueRegKey& key, const std::wstring& valueName,
 RegStatus regQueryBinary(const UniqueRegKey& key, const std::wstring& valueName, std::vector<std::uint8_t>& data);
 
 // RegQueryValueExW of a REG_MULTI_SZ: its strings in order (another type answers kErrorUnsupportedType).
-RegStatus regQueryMultiString(const UniqueRegKey& key, const std::wstring& valueName, std::vector<std::wstring>& values);
+RegStatus regQueryMultiString(const UniqueRegKey& key, const std::wstring& valueName,
+                              std::vector<std::wstring>& values);
 
 // RegSetValueExW of a REG_SZ. `withTerminator`: the stored size counts the NUL, as most writers do; without,
 // the value holds the characters only (readers that add their own NUL take both).
 RegStatus regSetString(const UniqueRegKey& key, const std::wstring& valueName, const std::wstring& value,
                        bool withTerminator);
+
+// RegSetValueExW of a REG_DWORD.
+RegStatus regSetDword(const UniqueRegKey& key, const std::wstring& valueName, std::uint32_t value);
 
 // RegQueryValueExW into a 4-byte buffer: `type` receives the stored type, a longer value answers
 // kErrorMoreData, a missing one kErrorFileNotFound.

@@ -14,6 +14,11 @@ constexpr std::uint32_t kServiceStartPending = 2;
 constexpr std::uint32_t kServiceStopPending = 3;
 constexpr std::uint32_t kServiceRunning = 4;
 
+// Service start types (the "Start" value of the service's key).
+constexpr std::uint32_t kServiceAutoStart = 2;
+constexpr std::uint32_t kServiceDemandStart = 3;
+constexpr std::uint32_t kServiceDisabled = 4;
+
 // SC_HANDLE and its one owner (CloseServiceHandle).
 class UniqueServiceHandle {
 public:
@@ -43,5 +48,8 @@ UniqueServiceHandle openService(const UniqueServiceHandle& manager, const std::w
 bool queryServiceState(const UniqueServiceHandle& service, std::uint32_t& state);
 // StartServiceW without arguments.
 bool startService(const UniqueServiceHandle& service);
+// ChangeServiceConfigW of the start type alone (kServiceAutoStart ...); the new type holds from the next
+// start request on, a running service keeps running.
+bool changeServiceStartType(const UniqueServiceHandle& service, std::uint32_t startType);
 
 }  // namespace platform

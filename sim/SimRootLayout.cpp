@@ -117,6 +117,16 @@ bool provideWindows(const std::string& root, std::string& error)
     if (!provideValue(services + "/W32Time", "DisplayName", platform::kRegSz, "Windows Time") ||
         !provideValue(services + "/W32Time", "Start", platform::kRegDword, "3") ||
         !provideValue(helperStatus, "FilterState", platform::kRegDword, "0") ||
+        // The device modes' services, remote desktop, shell and the ports forwarded to the sensor board.
+        !provideValue(services + "/LanmanWorkstation", "DisplayName", platform::kRegSz, "Workstation") ||
+        !provideValue(services + "/LanmanWorkstation", "Start", platform::kRegDword, "2") ||
+        !provideValue(services + "/SessionEnv", "DisplayName", platform::kRegSz, "Remote Desktop Configuration") ||
+        !provideValue(services + "/SessionEnv", "Start", platform::kRegDword, "3") ||
+        !provideValue(root + "/registry/HKLM/SYSTEM/CurrentControlSet/Control/Terminal Server", "fDenyTSConnections",
+                      platform::kRegDword, "1") ||
+        !provideValue(root + "/registry/HKLM/SOFTWARE/Microsoft/Windows NT/CurrentVersion/Winlogon", "Userinit",
+                      platform::kRegSz, "C:\\Windows\\system32\\userinit.exe, C:\\Windows\\explorer.exe,") ||
+        !provideFile(root + "/C/vexarBatches/Halvern/portsConfiguration.txt", "22\n23\n") ||
         // The simulated sensor board is on this machine.
         !provideValue(root + "/registry/HKCU/SOFTWARE/Vexar/Halvern", "SensorBoardAddress", platform::kRegSz,
                       "127.0.0.1") ||

@@ -12,6 +12,7 @@
 #include "platform/sim/SimClock.h"
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/SimWriteFilter.h"
 
 namespace halvern::sim {
 
@@ -34,15 +35,24 @@ std::string clockCommand(const std::vector<std::string>& arguments)
            (zone.dynamicDaylightTimeDisabled ? " daylight-saving off" : "");
 }
 
+// The write filter: its running state and the next boot's, which uwfmgr.exe sets and a restart applies.
 std::string uwfCommand(const std::vector<std::string>& arguments)
 {
-    if (arguments.size() != 1 || (arguments[0] != "on" && arguments[0] != "off")) return "ERROR usage: uwf on|off";
-    // The helper service's mirror of the filter state is what the instrument reads first.
-    if (!platform::sim::writeValue(platform::RegHive::LocalMachine,
-                                   "SYSTEM\\ControlSet001\\Services\\HalvernHelper\\Status", "FilterState",
-                                   {platform::kRegDword, arguments[0] == "on" ? "1" : "0"}))
-        return "ERROR cannot write the filter state";
-    return "OK";
+    const auto word = [](bool on) { return on ? "on" : "off"; };
+    if (arguments.size() == 1 && arguments[0] == "show") {
+        const auto current = platform::sim::currentFilterState();
+        if (!current) return "ERROR cannot read the filter state";
+        return std::string("OK current ") + word(*current) + " next " +
+               word(platform::sim::nextBootFilterState().value_or(*current));
+    }
+    if (arguments.size() == 1 && arguments[0] == "reboot")
+        return platform::sim::bootWriteFilter() ? "OK" : "ERROR cannot write the filter state";
+    // "uwf on|off" is the older spelling of "uwf set on|off".
+    const std::string wanted = arguments.size() == 2 && arguments[0] == "set" ? arguments[1]
+                               : arguments.size() == 1                        ? arguments[0]
+                                                                              : std::string();
+    if (wanted != "on" && wanted != "off") return "ERROR usage: uwf show | uwf set on|off | uwf reboot";
+    return platform::sim::setFilterState(wanted == "on") ? "OK" : "ERROR cannot write the filter state";
 }
 
 // The simulated network's route table, as route.exe keeps it: a gateway added here is what the network

@@ -17,9 +17,3 @@ bool SysManagerC::ReadUWFOverlay(std::uint32_t& consumptionMb, std::uint32_t& av
     WriteLog("[ERROR]: ReadUWFOverlay: the write filter is not available on this build");
     return false;
 }
-
-std::uint32_t SysManagerC::ConfigureUnifiedWriteFilter()
-{
-    // E_NOTIMPL: the caller logs it as the configuration's failure code.
-    return 0x80004001u;
-}

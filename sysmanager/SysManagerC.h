@@ -10,6 +10,7 @@
 #include <string>
 
 #include "efi/EFIServiceIPC.h"
+#include "platform/Firewall.h"
 #include "platform/Handle.h"
 #include "platform/Process.h"
 #include "platform/Time.h"
@@ -177,6 +178,54 @@ public:
     // ("HKLM\..." key, value name). True when committed, or when the filter does not protect.
     bool CommitRegistryValue(const std::wstring& key, const std::wstring& valueName);
 
+    // Device modes: customer mode (the delivered state: write filter on, no remote access, shell and port
+    // forwarding off, firewall on, 100 Mbit/s) and production or service mode (all of it opened for the
+    // factory or for service, 1 Gbit/s). A write-filter change takes effect at the next boot only.
+    struct CurDevModeInfo {
+        static constexpr std::size_t kTextChars = 256;
+        char result[kTextChars] = {};
+        char servicesAndPortForwarding[kTextChars] = {};
+        char remoteDesktop[kTextChars] = {};
+        char fileExplorer[kTextChars] = {};
+        char firewall[kTextChars] = {};
+        char ethernetSpeed[kTextChars] = {};
+        char writeFilter[kTextChars] = {};
+        char restart[kTextChars] = {};
+        // The requested mode needs another write-filter state than the running one.
+        bool restartRequired = false;
+    };
+    // The texts that tell the two switches apart.
+    struct DeviceModeTextsT;
+    // `enable` 1: production (service) mode, 0: customer mode. False when the switch was refused or a
+    // feature failed; `result` says which. Once a switch changed the write filter for the next boot, every
+    // further switch is refused until Halvern restarts.
+    bool productionMode(bool enable, CurDevModeInfo& result);
+    bool serviceMode(bool enable, CurDevModeInfo& result);
+    // The write filter for the next boot, set with "uwfmgr.exe filter enable|disable".
+    bool SetUWFilter(bool enable);
+    // Start type of a Windows service: automatic and started, or disabled (it stops at the next boot).
+    bool SetServiceStatus(const std::wstring& serviceName, bool disable);
+    // Port forwarding to the sensor board for every port of "C:\vexarBatches\Halvern\portsConfiguration.txt".
+    bool PortForwardingActivation();
+    bool PortForwardingDeactivation();
+    // `active`: the port proxy table lists entries. False when the table cannot be read.
+    bool GetPortForwardingStatus(bool& active);
+    // netsh elevated with `parameters`; true when it ran and ended with 0.
+    static bool portForwardCfgCMD(const std::wstring& parameters);
+    // Remote desktop connections allowed or denied ("fDenyTSConnections"), with the matching mouse pointer.
+    bool SetRemoteDesktopStatus(bool enable);
+    bool GetRemoteDesktopStatus(bool& enabled);
+    // The hidden pointer scheme in customer mode (no mouse on the instrument's touch screen), the
+    // standard one otherwise.
+    bool hideMousePointer(bool hide);
+    bool writeMousePointerToRegistry(bool hidden);
+    // The shell: back in Winlogon's "Userinit" and running, or removed from it and ended.
+    bool RestartExplorer();
+    bool TerminateExplorer();
+    bool SetWinFirewall(platform::FirewallProfileE profile, bool enable);
+    // Left by a switch to production mode while the filter protects; start-up finishes that switch.
+    static constexpr const wchar_t* kProductionModeFlagFile = L"C:\\vexarBatches\\Unprotected\\toProdMode.txt";
+
     // Firmware update. The update-state record "C:\vexarBatches\Halvern\FW_UPDATE_STATE" belongs to the
     // updater, which writes it: 376 bytes, read whole at start. Halvern reads three of its fields: the image
     // of a pending update (bytes 0..259, ANSI text ended by a NUL; empty: the internal image copy), the
@@ -246,4 +295,13 @@ private:
     // Both empty while the network observer does not run.
     platform::UniqueHandle m_networkObserverThread;
     platform::UniqueHandle m_networkObserverExit;
+    // Device modes. One switch at a time; the latch holds from a switch that changed the write filter for
+    // the next boot until Halvern restarts. The scratch texts are the step's field text and the restart text.
+    bool switchDeviceMode(const DeviceModeTextsT& texts, bool enable, CurDevModeInfo& result);
+    bool configureModeFeatures(const DeviceModeTextsT& texts, bool enable, CurDevModeInfo& result);
+    void setModeField(char (&field)[CurDevModeInfo::kTextChars], const std::string& text);
+    std::recursive_mutex m_modeLock;
+    std::atomic<std::uint8_t> m_modeSwitchPending{0};
+    std::string m_modeFieldText;
+    std::string m_modeRestartText;
 };

@@ -320,6 +320,16 @@ std::vector<ProcessEntryT> systemProcesses()
     return processes;
 }
 
+// True when `pid` runs with this sim root: a stand-in of the simulated instrument, never a host program.
+bool isStandInOfThisRoot(std::uint32_t pid)
+{
+    std::ifstream in("/proc/" + std::to_string(pid) + "/environ", std::ios::binary);
+    const std::string wanted = "HALVERN_ROOT=" + sim::root();
+    for (std::string entry; std::getline(in, entry, '\0');)
+        if (entry == wanted) return true;
+    return false;
+}
+
 bool validComputerName(const std::wstring& name, std::size_t limit)
 {
     if (name.empty() || name.size() > limit || name.front() == L'-' || name.back() == L'-') return false;
@@ -432,6 +442,41 @@ SnapshotResultE snapshotProcesses(std::vector<ProcessEntryT>& processes)
         return SnapshotResultE::FirstFailed;
     }
     return SnapshotResultE::Ok;
+}
+
+bool terminateProcessById(std::uint32_t processId, std::uint32_t)
+{
+    const std::string listPath = simFile("session/processes");
+    std::ifstream in(listPath);
+    std::string kept;
+    bool listed = false;
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream fields(line);
+        std::uint32_t pid = 0;
+        if (fields >> pid && pid == processId) {
+            listed = true;
+            continue;
+        }
+        kept += line + "\n";
+    }
+    in.close();
+    if (!listed) {
+        setLastError(kErrorInvalidParameter);
+        return false;
+    }
+    if (!isStandInOfThisRoot(processId)) {
+        setLastError(kErrorAccessDenied);
+        return false;
+    }
+    const pid_t pid = static_cast<pid_t>(processId);
+    if (::kill(pid, SIGKILL) != 0) {
+        setLastError(kErrorAccessDenied);
+        return false;
+    }
+    // Collected here when it is this program's child (no one else waits for it); ECHILD otherwise.
+    ::waitpid(pid, nullptr, 0);
+    writeFile(listPath, kept);
+    return true;
 }
 
 bool getUserName(std::wstring& name)

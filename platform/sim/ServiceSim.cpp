@@ -12,9 +12,6 @@ namespace platform {
 
 namespace {
 
-// "Start" of a service that may not be started.
-constexpr std::uint32_t kServiceDisabledStart = 4;
-
 struct SimServiceC {
     std::string name;  // empty for the service manager
 };
@@ -117,7 +114,7 @@ bool startService(const UniqueServiceHandle& handle)
     std::uint32_t start = 0;
     std::uint32_t type = 0;
     if (regOpenKeyRead(RegHive::LocalMachine, widen(kServicesKey + object->name), key) == 0 &&
-        regQueryDword(key, L"Start", start, type) == 0 && start == kServiceDisabledStart) {
+        regQueryDword(key, L"Start", start, type) == 0 && start == kServiceDisabled) {
         setLastError(kErrorServiceDisabled);
         return false;
     }
@@ -127,6 +124,24 @@ bool startService(const UniqueServiceHandle& handle)
     }
     if (!writeState(object->name, kServiceStartPending)) {
         setLastError(kErrorAccessDenied);
+        return false;
+    }
+    return true;
+}
+
+bool changeServiceStartType(const UniqueServiceHandle& handle, std::uint32_t startType)
+{
+    SimServiceC* object = service(handle);
+    if (object == nullptr) return false;
+    if (startType > kServiceDisabled) {
+        setLastError(kErrorInvalidParameter);
+        return false;
+    }
+    UniqueRegKey key;
+    RegStatus status = regOpenKey(RegHive::LocalMachine, widen(kServicesKey + object->name), RegAccess::All, key);
+    if (status == 0) status = regSetDword(key, L"Start", startType);
+    if (status != 0) {
+        setLastError(static_cast<std::uint32_t>(status));
         return false;
     }
     return true;

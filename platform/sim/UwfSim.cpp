@@ -1,8 +1,10 @@
+#include <cstdlib>
 #include <fstream>
 #include <mutex>
 
 #include "platform/FileSystem.h"
 #include "platform/Text.h"
+#include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimWriteFilter.h"
 
@@ -62,7 +64,57 @@ std::int32_t commitRegistry(const wchar_t* key, const wchar_t* value)
     return record("UwfCfgCommitRegistry", key, value);
 }
 
+const char* const kHelperStatusKey = "SYSTEM\\ControlSet001\\Services\\HalvernHelper\\Status";
+const char* const kStaticKey = "SYSTEM\\ControlSet001\\Services\\uwfvol\\Parameters\\Static";
+
+std::optional<bool> dwordFlag(const std::string& subKey, const std::string& valueName)
+{
+    const auto value = readValue(keyFolder(RegHive::LocalMachine, subKey), valueName);
+    if (!value || value->type != kRegDword) return std::nullopt;
+    return std::strtoul(value->data.c_str(), nullptr, 0) != 0;
+}
+
+bool writeFlag(const std::string& subKey, const std::string& valueName, bool on)
+{
+    return writeValue(RegHive::LocalMachine, subKey, valueName, {kRegDword, on ? "1" : "0"});
+}
+
+// "Copy0" or "Copy1" below the static settings: the running session's, or the other one.
+std::string settingsCopy(bool running)
+{
+    const bool currentIsCopy1 = dwordFlag(kStaticKey, "CurrentSettings").value_or(false);
+    return std::string(kStaticKey) + ((currentIsCopy1 == running) ? "\\Copy1" : "\\Copy0");
+}
+
 }  // namespace
+
+std::optional<bool> currentFilterState()
+{
+    return dwordFlag(kHelperStatusKey, "FilterState");
+}
+
+std::optional<bool> nextBootFilterState()
+{
+    return dwordFlag(settingsCopy(false), "UwfEnabled");
+}
+
+bool setNextBootFilterState(bool enabled)
+{
+    return writeFlag(settingsCopy(false), "UwfEnabled", enabled);
+}
+
+bool setFilterState(bool enabled)
+{
+    return writeFlag(kHelperStatusKey, "FilterState", enabled) &&
+           writeFlag(settingsCopy(true), "UwfEnabled", enabled) &&
+           writeFlag(settingsCopy(false), "UwfEnabled", enabled);
+}
+
+bool bootWriteFilter()
+{
+    const auto next = nextBootFilterState();
+    return !next || setFilterState(*next);
+}
 
 std::vector<SimExportS> uwfConfigLibraryExports()
 {

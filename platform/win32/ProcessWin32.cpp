@@ -165,6 +165,13 @@ bool getUserName(std::wstring& name)
     return true;
 }
 
+bool terminateProcessById(std::uint32_t processId, std::uint32_t exitCode)
+{
+    UniqueHandle process(OpenProcess(PROCESS_TERMINATE, FALSE, processId));
+    if (!process) return false;
+    return TerminateProcess(process.get(), exitCode) != FALSE;
+}
+
 bool queryUserToken(std::uint32_t sessionId, UniqueHandle& token)
 {
     HANDLE raw = nullptr;

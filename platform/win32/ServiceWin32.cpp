@@ -36,4 +36,10 @@ bool startService(const UniqueServiceHandle& service)
     return StartServiceW(static_cast<SC_HANDLE>(service.get()), 0, nullptr) != FALSE;
 }
 
+bool changeServiceStartType(const UniqueServiceHandle& service, std::uint32_t startType)
+{
+    return ChangeServiceConfigW(static_cast<SC_HANDLE>(service.get()), SERVICE_NO_CHANGE, startType, SERVICE_NO_CHANGE,
+                                nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr) != FALSE;
+}
+
 }  // namespace platform

@@ -37,5 +37,7 @@ std::vector<HandlerEntryT> wlanHandlers();
 std::vector<HandlerEntryT> timeHandlers();
 // The firmware update.
 std::vector<HandlerEntryT> updateHandlers();
+// The device modes and the production features.
+std::vector<HandlerEntryT> modeHandlers();
 
 }  // namespace HalvernSepHandlers

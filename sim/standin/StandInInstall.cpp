@@ -30,6 +30,9 @@ const StandInT kStandIns[] = {
     {"C/Windows/System32/route.exe", "route"},
     {"C/Windows/System32/ipconfig.exe", "ipconfig"},
     {"C/Windows/System32/pnputil.exe", "pnputil"},
+    {"C/Windows/System32/uwfmgr.exe", "uwfmgr"},
+    {"C/Windows/System32/netsh.exe", "netsh"},
+    {"C/Windows/explorer.exe", "explorer"},
 };
 
 }  // namespace

@@ -12,6 +12,8 @@
 //   pnputil               the driver store: lists, adds and deletes driver packages
 //   route, ipconfig       the route table and the leases of the simulated network
 //   firmware-updater      ends, fails, keeps running or asks Halvern to end, as told (runFirmwareUpdater)
+//   uwfmgr, netsh         the write filter's next-boot state and the port proxy table (ModeStandIns.h)
+//   explorer              the shell: listed in the session's processes, runs until ended
 //
 // The calibration applications hold their running mutexes ("Global\TOUCHSCRAPP", "Global\VLTGSCRAPP")
 // for as long as they run.
@@ -38,6 +40,7 @@
 #include "platform/Sync.h"
 #include "platform/sim/SimRoot.h"
 #include "sim/standin/DevconStandIn.h"
+#include "sim/standin/ModeStandIns.h"
 #include "sim/standin/NetworkStandIns.h"
 #include "sim/standin/WlanDeviceModel.h"
 
@@ -190,7 +193,9 @@ int main(int argc, char** argv)
     if (g_role == "ssh") return runSsh(argc, argv, settings);
     if (g_role == "firmware-updater") return runFirmwareUpdater(argc, argv, settings);
     if (g_role == "console" || g_role == "backend") return runUntil(exitAfterMs(settings, -1));
-    if (g_role == "devcon" || g_role == "route" || g_role == "ipconfig" || g_role == "pnputil") {
+    if (g_role == "explorer") return halvern::sim::runExplorer(platform::sim::root());
+    if (g_role == "devcon" || g_role == "route" || g_role == "ipconfig" || g_role == "pnputil" || g_role == "uwfmgr" ||
+        g_role == "netsh") {
         const std::vector<std::string> arguments(argv + 2, argv + argc);
         std::string line;
         for (const auto& argument : arguments)
@@ -200,6 +205,12 @@ int main(int argc, char** argv)
         if (g_role == "route") return finish(halvern::sim::runRoute(root, arguments));
         if (g_role == "ipconfig") return finish(halvern::sim::runIpconfig(root, arguments));
         if (g_role == "pnputil") return finish(halvern::sim::runPnputil(root, arguments));
+        if (g_role == "uwfmgr") return finish(halvern::sim::runUwfmgr(arguments));
+        if (g_role == "netsh") {
+            const auto failure = settings.find("exit-code");
+            return finish(halvern::sim::runNetsh(root, arguments,
+                                                 failure == settings.end() ? 0 : std::atoi(failure->second.c_str())));
+        }
         return finish(halvern::sim::runDevcon(root, arguments));
     }
     platform::UniqueHandle running;

@@ -4,6 +4,7 @@
 
 #include "platform/Service.h"
 #include "platform/Time.h"
+#include "platform/sim/SimWriteFilter.h"
 #include "sim/WindowsControlCommands.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/SysManagerC.h"
@@ -47,6 +48,18 @@ TEST_F(WindowsControlCommandsTest, TheWriteFilterIsSwitchedAsTheInstrumentReadsI
     ASSERT_TRUE(SysManagerC::Instance()->GetUWFilter(active));
     EXPECT_FALSE(active);
     EXPECT_EQ(m_commands.execute("uwf maybe").rfind("ERROR", 0), 0u);
+
+    // What uwfmgr sets for the next boot changes nothing before the restart.
+    ASSERT_TRUE(platform::sim::setNextBootFilterState(true));
+    EXPECT_EQ(m_commands.execute("uwf show"), "OK current off next on");
+    ASSERT_TRUE(SysManagerC::Instance()->GetUWFilter(active));
+    EXPECT_FALSE(active);
+    EXPECT_EQ(m_commands.execute("uwf reboot"), "OK");
+    ASSERT_TRUE(SysManagerC::Instance()->GetUWFilter(active));
+    EXPECT_TRUE(active);
+    EXPECT_EQ(m_commands.execute("uwf show"), "OK current on next on");
+    EXPECT_EQ(m_commands.execute("uwf set off"), "OK");
+    EXPECT_EQ(m_commands.execute("uwf show"), "OK current off next off");
 }
 
 TEST_F(WindowsControlCommandsTest, AStoppedTimeServiceIsStartedAgain)
