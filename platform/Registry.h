@@ -71,6 +71,9 @@ RegStatus regQueryMultiString(const UniqueRegKey& key, const std::wstring& value
 RegStatus regSetString(const UniqueRegKey& key, const std::wstring& valueName, const std::wstring& value,
                        bool withTerminator);
 
+// RegSetValueExW of a REG_DWORD.
+RegStatus regSetDword(const UniqueRegKey& key, const std::wstring& valueName, std::uint32_t value);
+
 // RegQueryValueExW into a 4-byte buffer: `type` receives the stored type, a longer value answers
 // kErrorMoreData, a missing one kErrorFileNotFound.
 RegStatus regQueryDword(const UniqueRegKey& key, const std::wstring& valueName, std::uint32_t& value,

@@ -182,6 +182,16 @@ RegStatus regSetString(const UniqueRegKey& key, const std::wstring& valueName, c
                                       : kErrorAccessDenied);
 }
 
+RegStatus regSetDword(const UniqueRegKey& key, const std::wstring& valueName, std::uint32_t value)
+{
+    if (!key) return static_cast<RegStatus>(kErrorInvalidHandle);
+    return static_cast<RegStatus>(sim::writeValueAt(static_cast<SimRegKeyC*>(key.get())->folder,
+                                                    narrow(valueName).value_or(std::string()),
+                                                    {kRegDword, std::to_string(value)})
+                                      ? kErrorSuccess
+                                      : kErrorAccessDenied);
+}
+
 RegStatus regQueryMultiString(const UniqueRegKey& key, const std::wstring& valueName, std::vector<std::wstring>& values)
 {
     values.clear();

@@ -59,6 +59,13 @@ RegStatus regSetString(const UniqueRegKey& key, const std::wstring& valueName, c
                                                  reinterpret_cast<const BYTE*>(value.c_str()), bytes));
 }
 
+RegStatus regSetDword(const UniqueRegKey& key, const std::wstring& valueName, std::uint32_t value)
+{
+    const DWORD data = value;
+    return static_cast<RegStatus>(RegSetValueExW(static_cast<HKEY>(key.get()), valueName.c_str(), 0, REG_DWORD,
+                                                 reinterpret_cast<const BYTE*>(&data), sizeof data));
+}
+
 RegStatus regQueryMultiString(const UniqueRegKey& key, const std::wstring& valueName, std::vector<std::wstring>& values)
 {
     values.clear();

@@ -37,5 +37,7 @@ std::vector<HandlerEntryT> wlanHandlers();
 std::vector<HandlerEntryT> timeHandlers();
 // The firmware update.
 std::vector<HandlerEntryT> updateHandlers();
+// Board data, fixed strings, the Windows release, hardware components and the calibration erase.
+std::vector<HandlerEntryT> infoHandlers();
 
 }  // namespace HalvernSepHandlers

@@ -6,6 +6,7 @@
 
 #include "app/StartUp.h"
 #include "platform/Sync.h"
+#include "platform/sim/SimRegistry.h"
 #include "sim/standin/StandInInstall.h"
 #include "support/FirmwareUpdaterSupport.h"
 #include "support/TestEnvironment.h"
@@ -20,6 +21,8 @@ namespace halvern::test {
 namespace {
 
 // The instrument's I2C devices with the WLAN module powered, as at power-on: start-up has no module to wait for.
+// It is a customer's instrument (its write filter protects it): without the EFI service its hardware check
+// fails, and the start goes on all the same.
 class WinMainTest : public InstrumentTest {
 protected:
     void SetUp() override
@@ -27,6 +30,9 @@ protected:
         InstrumentTest::SetUp();
         std::string error;
         ASSERT_TRUE(m_i2c.start(error)) << error;
+        ASSERT_TRUE(platform::sim::writeValue(platform::RegHive::LocalMachine,
+                                              "SYSTEM\\ControlSet001\\Services\\HalvernHelper\\Status", "FilterState",
+                                              {platform::kRegDword, "1"}));
     }
     void TearDown() override
     {
