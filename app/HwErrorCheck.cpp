@@ -37,18 +37,40 @@ EFIHwStatus queryEfiHwStatus()
     return status;
 }
 
+// Ready only when the query answers that the component is present and working.
+bool componentReady(std::uint32_t componentId)
+{
+    std::uint16_t state = SysManagerC::kHwComponentMissing;
+    std::string description;
+    return SysManagerC::Instance()->GetHwComponentInfo(componentId, state, description) &&
+           state == SysManagerC::kHwComponentWorking;
+}
+
+// The updater's error screen takes the list as one argument: no line feeds, no blanks, no trailing comma.
+std::wstring asOneArgument(std::wstring list)
+{
+    for (auto& c : list) {
+        if (c == L'\n') c = L',';
+        if (c == L' ') c = L'#';
+    }
+    if (!list.empty()) list.pop_back();
+    return list;
+}
+
 }  // namespace
 
 bool isHwErrorDetected(bool usbUpdate)
 {
     WriteLog("[HW Status] *****************************");
-    // The write filter's state and the hardware component query belong to subsystems this
-    // build does not contain: their components count as not ready, never as checked. Without the write
-    // filter's state the device is taken to be in customer mode.
-    const bool moraEthernetReady = false;
-    const bool lemoEthernetReady = false;
-    const bool wlanReady = false;
-    const bool quilloReady = false;
+    // Without the write filter's state the device counts as a customer's, whose start must go on.
+    bool filterActive = true;
+    if (!SysManagerC::Instance()->GetUWFilter(filterActive)) WriteLog("[HW Status] [ERROR]: Get UWF status failed.");
+    const bool productionOrServiceMode = !filterActive;
+    if (productionOrServiceMode) WriteLog("[HW Status] Device is in Production/Service Mode.");
+    const bool moraEthernetReady = componentReady(SysManagerC::kHwComponentMoraEthernet);
+    const bool lemoEthernetReady = componentReady(SysManagerC::kHwComponentLemoEthernet);
+    const bool wlanReady = componentReady(SysManagerC::kHwComponentWlan);
+    const bool quilloReady = componentReady(SysManagerC::kHwComponentDma);
     const bool customBiosReady = enableSpbDevices();
     // An RTC whose state cannot be read keeps the flag as it was; one that lost its data is not configured.
     bool rtcConfigured = true;
@@ -77,19 +99,30 @@ bool isHwErrorDetected(bool usbUpdate)
         components.push_back({L"Vexar Bios flashed\t:", customBiosReady});
         components.push_back({L"RTC Configured\t:", rtcConfigured});
     }
+    std::wstring list;
     for (const auto& component : components) {
         const std::wstring line = std::wstring(component.label) + (component.ready ? L" OK" : L" NOT OK");
         WriteLog("[HW Status] %ls", line.c_str());
+        list += line + L"\n";
     }
+    const std::wstring componentList = asOneArgument(list);
 
-    // In customer mode a failed component is reported and the start goes on; the updater's error display
-    // of production and service mode comes with the write filter's state.
-    if (failed)
+    // In customer mode a failed component is reported and the start goes on: the instrument may still
+    // scan. In production and service mode the technician sees the failed components on the updater's
+    // screen instead of an instrument that seems to work.
+    bool stop = false;
+    if (failed) {
         WriteLog("[ERROR] Result Hardware Components Check FAILED!");
-    else
+        if (productionOrServiceMode) {
+            WriteLog("[INFO] Device is in Production/Service Mode. Starting FwUpdater to show ErrorMsg!");
+            SysManagerC::Instance()->showFirmwareUpdaterErrorMsg(componentList);
+            stop = true;
+        }
+    } else {
         WriteLog("[INFO] Result Hardware Components Check SUCCESSFULLY");
+    }
     WriteLog("[HW Status] *****************************");
-    return false;
+    return stop;
 }
 
 }  // namespace halvern

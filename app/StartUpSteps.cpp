@@ -82,7 +82,14 @@ void CheckTouchState()
     std::uint32_t state = 0;
     if (!links::DivoManagerC::curScrVltgCalExecInfo(state)) WriteLog("[ERROR]: Touch is not working!");
 }
-void RepairSerialMouseService() {}
+void RepairSerialMouseService()
+{
+    bool changed = false;
+    // The check logs its own failures; the start goes on with the service as it is.
+    if (SysManagerC::Instance()->DisableSerialMouseService(changed) && changed)
+        SysManagerC::Instance()->CommitRegistryValue(L"HKLM\\SYSTEM\\CurrentControlSet\\Services\\sermouse\\",
+                                                     L"Start");
+}
 void EnsureWlanCountryCode()
 {
     std::string code;
@@ -96,7 +103,14 @@ void EnsureWlanCountryCode()
     if (net::NetManagerC::GetWlanDrvRegPath(driverKey))
         SysManagerC::Instance()->CommitRegistryValue(L"HKLM\\" + driverKey, L"ccode");
 }
-void RepairSsdWriteCache() {}
+void RepairSsdWriteCache()
+{
+    std::wstring diskKey;
+    bool changed = false;
+    // The disk's key holds blanks ("Device Parameters"): the commit takes it in double quotes.
+    if (SysManagerC::Instance()->DisableSsdWriteCache(diskKey, changed) && changed)
+        SysManagerC::Instance()->CommitRegistryValue(L"\"HKLM\\" + diskKey + L"\"", L"UserWriteCacheSetting");
+}
 void DisablePublicFirewall()
 {
     // The link between sensor board and computer module is a public network; SetWinFirewall logs a failure.

@@ -1,6 +1,7 @@
 // halvernctl's commands of the system manager and the boards: clocks, name, command execution, device
 // modes, firmware update, USB, calibration applications and system information.
 #include <algorithm>
+#include <cstdio>
 
 #include "client/CtlCommandSupport.h"
 #include "client/DateTimeText.h"
@@ -26,6 +27,13 @@ DateTimeT parsedDateTime(const std::string& text)
     DateTimeT value;
     parseDateTime(text, value);  // checked when the command line was read
     return value;
+}
+
+// A NUL-terminated text in a byte field.
+template <std::size_t N>
+std::string byteText(const std::uint8_t (&field)[N])
+{
+    return bufferText(reinterpret_cast<const char*>(field), N);
 }
 
 void addClockCommands(CLI::App& app, CtlChoiceT& chosen)
@@ -125,24 +133,54 @@ void addIdentityCommands(CLI::App& app, CtlChoiceT& chosen)
         ->required()
         ->check(fitsBuffer(sizeof REC::InstrumentNameCfg{}.name));
 
-    addCommand(app, "board-content", "The board data of the system manager, in wire order (GET_BOARD_CONTENT, 1010).",
+    addCommand(app, "board-content",
+               "The board data: BIOS release, version and date, board version, and the sensor-board Ethernet "
+               "adapter's physical and IPv4 address (GET_BOARD_CONTENT, 1010).",
                chosen, [](SepExchangeC& sep, ReportC& report) {
-                   return askCommand<REC::GetBoardContent>(sep, 1010, nullptr,
-                                                           [&](auto& r) { report.values("values", r); });
+                   return askCommand<REC::GetBoardContent>(sep, 1010, nullptr, [&](const REC::GetBoardContent& r) {
+                       const std::string release =
+                           std::to_string(r.version >> 8) + "." + std::to_string(r.version & 0xFF);
+                       report.add("biosRelease", "BIOS release", release, release);
+                       report.text("biosVersion", "BIOS version", byteText(r.fourth));
+                       char date[16];
+                       std::snprintf(date, sizeof date, "%04u-%02u-%02u", static_cast<unsigned>(r.last / 10000),
+                                     static_cast<unsigned>(r.last / 100 % 100), static_cast<unsigned>(r.last % 100));
+                       report.add("biosDate", "BIOS date", date, date);
+                       report.text("boardVersion", "board version", byteText(r.third));
+                       char mac[24];
+                       std::snprintf(mac, sizeof mac, "%02x-%02x-%02x-%02x-%02x-%02x", r.first[0], r.first[1],
+                                     r.first[2], r.first[3], r.first[4], r.first[5]);
+                       report.text("moraMac", "MORA Ethernet address", mac);
+                       const std::string ipv4 = std::to_string(r.second[0]) + "." + std::to_string(r.second[1]) + "." +
+                                                std::to_string(r.second[2]) + "." + std::to_string(r.second[3]);
+                       report.text("moraIpv4", "MORA Ethernet IPv4", ipv4);
+                   });
                });
-    addCommand(app, "os-info", "Information about the Windows system, six texts (1050).", chosen,
+    addCommand(app, "os-info", "Information about the Windows system (1050).", chosen,
                [](SepExchangeC& sep, ReportC& report) {
-                   return askCommand<REC::WindowsOsInfo>(sep, 1050, nullptr,
-                                                         [&](auto& r) { report.values("values", r); });
+                   return askCommand<REC::WindowsOsInfo>(sep, 1050, nullptr, [&](const REC::WindowsOsInfo& r) {
+                       report.text("product", "product", bufferText(r.texts[0]));
+                       report.text("edition", "edition", bufferText(r.texts[1]));
+                       report.text("version", "version", bufferText(r.texts[2]));
+                       report.text("build", "build", bufferText(r.texts[3]));
+                       report.text("computerName", "computer name", bufferText(r.texts[4]));
+                       report.text("installed", "installed (UTC)", bufferText(r.texts[5]));
+                   });
                });
     auto component = options<std::uint32_t>();
-    addCommand(app, "hw-component", "Information on one hardware component by its id (1051).", chosen,
-               [component](SepExchangeC& sep, ReportC& report) {
-                   REC::HwComponentId request;
-                   request.componentId = *component;
-                   return askCommand<REC::CurHwComponInfo>(sep, 1051, &request,
-                                                           [&](auto& r) { report.values("values", r); });
-               })
+    addCommand(
+        app, "hw-component",
+        "One hardware component by its id: 1 WLAN, 2 MORA Ethernet, 3 Lemo Ethernet, 4 Quillo DMA (1051).", chosen,
+        [component](SepExchangeC& sep, ReportC& report) {
+            REC::HwComponentId request;
+            request.componentId = *component;
+            return askCommand<REC::CurHwComponInfo>(sep, 1051, &request, [&](const REC::CurHwComponInfo& r) {
+                static const char* const kStates[] = {"not present", "present and working", "present, not working"};
+                const std::string state = r.a < 3 ? kStates[r.a] : "state " + std::to_string(r.a);
+                report.add("state", "state", r.a, state);
+                report.text("description", "description", byteText(r.data));
+            });
+        })
         ->add_option("id", *component, "component id")
         ->required();
     auto stringId = options<std::int32_t>();
@@ -416,7 +454,9 @@ void addApplicationCommands(CLI::App& app, CtlChoiceT& chosen)
             return doCommand(sep, report, id, nullptr, done);
         });
     };
-    addPlain("erase-calibration", "Erases the calibration data (ERASE_CAL, 1012).", 1012, "calibration data erased");
+    addPlain("erase-calibration",
+             "The calibration erase that older clients send (ERASE_CAL, 1012); Halvern logs it and erases nothing.",
+             1012, "erase request acknowledged, nothing erased");
     addPlain("touch-calibration", "Starts the touch screen calibration application (CAL_TOUCH, 1013).", 1013,
              "touch calibration started");
     addPlain("voltage-calibration", "Starts the screen voltage calibration application (CAL_VLTG_SCRN, 1042).", 1042,

@@ -13,6 +13,7 @@
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimWlanDriver.h"
+#include "sim/HardwareSim.h"
 #include "sim/TimeZoneData.h"
 #include "sim/standin/WlanDeviceModel.h"
 
@@ -181,6 +182,7 @@ bool provideNetwork(const std::string& root)
         if (!provideValue(instance, "ClassGUID", platform::kRegSz, kNetworkClass) ||
             !provideValue(instance, "Driver", platform::kRegSz, std::string(kNetworkClass) + "\\" + device.driverKey) ||
             !provideValue(instance, "HardwareID", platform::kRegMultiSz, device.hardwareIds) ||
+            !provideValue(instance, "DeviceDesc", platform::kRegSz, device.description) ||
             !provideValue(driver, "DeviceInstanceID", platform::kRegSz, device.instance) ||
             !provideValue(driver, "DriverDesc", platform::kRegSz, device.description))
             return false;
@@ -220,6 +222,10 @@ bool createSimRootLayout(const std::string& root, std::string& error)
     if (!provideWindows(root, error)) return false;
     if (!provideNetwork(root) || !provideWlanDriverLayout(root) || !platform::sim::provideWlanDriverDevice(root)) {
         error = "cannot prepare the network adapters of " + root + ": " + std::strerror(errno);
+        return false;
+    }
+    if (!provideHardwareInformation(root)) {
+        error = "cannot prepare the hardware information of " + root + ": " + std::strerror(errno);
         return false;
     }
     return true;

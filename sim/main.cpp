@@ -20,6 +20,7 @@
 #include "platform/Text.h"
 #include "platform/sim/SimRoot.h"
 #include "sim/ControlServer.h"
+#include "sim/HardwareSim.h"
 #include "sim/SimRootLayout.h"
 #include "sim/WindowsControlCommands.h"
 #include "sim/board/HmiControlCommands.h"
@@ -148,6 +149,7 @@ int main(int argc, char** argv)
     if (!i2cServer.start(root, error)) std::fprintf(stderr, "halvern-sim: %s\n", error.c_str());
     halvern::sim::addI2cControlCommands(commands, i2cDevices);
     halvern::sim::addWindowsControlCommands(commands);
+    halvern::sim::addHardwareControlCommands(commands);
     halvern::sim::addRadioControlCommands(commands);
     halvern::sim::addHostedNetworkControlCommands(commands);
     halvern::sim::SensorBoardModelC board;

@@ -39,5 +39,7 @@ std::vector<HandlerEntryT> timeHandlers();
 std::vector<HandlerEntryT> updateHandlers();
 // The device modes and the production features.
 std::vector<HandlerEntryT> modeHandlers();
+// Board data, fixed strings, the Windows release, hardware components and the calibration erase.
+std::vector<HandlerEntryT> infoHandlers();
 
 }  // namespace HalvernSepHandlers

@@ -182,10 +182,10 @@ TEST_F(CtlCommandSetTest, WatchShowsEachPanelWithItsValuesOrWhyItHasNone)
 
 TEST_F(CtlCommandSetTest, AnUnavailableCommandExitsWithTheErrorReplyCodeAndTheServersText)
 {
-    CtlRunT run = ctl({"os-info"});
+    CtlRunT run = ctl({"format-usb"});
     EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
     EXPECT_EQ(run.err,
-              "halvernctl: os-info: General failure ( UKNOWN SEP CMD (1050) is not available on this build)\n");
+              "halvernctl: format-usb: General failure ( UKNOWN SEP CMD (1058) is not available on this build)\n");
     EXPECT_TRUE(run.out.empty());
 
     run = ctl({"--json", "usb", "count"});

@@ -181,7 +181,7 @@ TEST_F(CommandSetTest, TheInstrumentApplicationsShutdownAnswerIsStored)
 
 TEST_F(CommandSetTest, ACommandWhoseSubsystemIsMissingSaysSoWithCodeSix)
 {
-    for (std::uint16_t id : {1029, 1050}) {
+    for (std::uint16_t id : {1015, 1058}) {
         auto reply = port->ask(id);
         ASSERT_TRUE(reply.received) << id;
         EXPECT_EQ(reply.returnCode, 889) << id;

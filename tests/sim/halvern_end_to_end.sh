@@ -53,6 +53,7 @@ grep -qF "Halvern log $log" "$work/sim.out" || fail "halvern-sim did not report 
 in_order "[HW Status] *****************************" \
     "Got EFI service HW status: EFIRunningMode:0,FPGAReady:1,HPSReady:1,TELOReady:1," \
     "[INFO]: isHwErrorDetected: Successfully parsed EFI's HW status" "[HW Status] FPGA Ready	: OK"
+in_order "[HW Status] Quillo Ready	: OK" "[INFO] Result Hardware Components Check SUCCESSFULLY"
 ctl() { "$halvern_sim" ctl --root "$root" "$@"; }
 # The start set the instrument's own clock from its RTC and, without a user's choice, the default zone.
 in_order "W32Time Service started." "The time zone (standard) name was set successfully."
@@ -207,6 +208,8 @@ pids+=("$only_pid")
 for _ in $(seq 1 100); do [ -S "$root/sim/control" ] && break; sleep 0.1; done
 "$halvern_sim" ctl --root "$root" efi battery L rsoc 7 > /dev/null || fail "the instrument alone takes no commands"
 "$halvern_sim" ctl --root "$root" rtc vlf > /dev/null || fail "the clock cannot lose its supply"
+# A customer's instrument: its failed hardware check is logged and the start goes on.
+"$halvern_sim" ctl --root "$root" uwf on > /dev/null || fail "the write filter cannot be switched on"
 HALVERN_ROOT=$root "$halvern" &
 pid=$!
 pids+=("$pid")

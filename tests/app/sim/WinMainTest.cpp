@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <thread>
 
 #include "app/StartUp.h"
 #include "platform/Sync.h"
+#include "platform/sim/SimRegistry.h"
 #include "sim/standin/StandInInstall.h"
 #include "support/FirmwareUpdaterSupport.h"
 #include "support/TestEnvironment.h"
@@ -20,6 +22,8 @@ namespace halvern::test {
 namespace {
 
 // The instrument's I2C devices with the WLAN module powered, as at power-on: start-up has no module to wait for.
+// It is a customer's instrument (its write filter protects it): without the EFI service its hardware check
+// fails, and the start goes on all the same.
 class WinMainTest : public InstrumentTest {
 protected:
     void SetUp() override
@@ -27,6 +31,9 @@ protected:
         InstrumentTest::SetUp();
         std::string error;
         ASSERT_TRUE(m_i2c.start(error)) << error;
+        ASSERT_TRUE(platform::sim::writeValue(platform::RegHive::LocalMachine,
+                                              "SYSTEM\\ControlSet001\\Services\\HalvernHelper\\Status", "FilterState",
+                                              {platform::kRegDword, "1"}));
     }
     void TearDown() override
     {
@@ -57,6 +64,41 @@ TEST_F(WinMainTest, StartsRefusesASecondInstanceAndEndsOnCloseRequest)
         << ::testing::PrintToString(messages);
     EXPECT_EQ(std::count(messages.begin(), messages.end(), "[SysManagerC::DestroyInstance]"), 1)
         << "the instance is torn down once";
+}
+
+TEST_F(WinMainTest, AProductionInstrumentWithAFailedComponentEndsTheStartWithMinusOne)
+{
+    std::string error;
+    ASSERT_TRUE(sim::installStandIns(platform::sim::root(), HALVERN_STANDIN_PROGRAM, error)) << error;
+    // The write filter is off, as in production and service mode; without the EFI service the sensor board's
+    // parts are not ready.
+    ASSERT_TRUE(platform::sim::writeValue(platform::RegHive::LocalMachine,
+                                          "SYSTEM\\ControlSet001\\Services\\HalvernHelper\\Status", "FilterState",
+                                          {platform::kRegDword, "0"}));
+    auto response = platform::createEvent(nullptr, true, false, L"Global\\HalvernShutdownResponse");
+    EXPECT_EQ(wWinMain({L"halvern", L"-noupdate"}), -1);
+    // The error screen is started, not waited for: it notes its words once it runs.
+    std::vector<std::string> started;
+    const auto updaterStarted = [&started] {
+        return std::any_of(started.begin(), started.end(), [](const std::string& line) {
+            return line.rfind("firmware-updater arguments -error FPGA#Ready :#NOT#OK,", 0) == 0;
+        });
+    };
+    for (int wait = 0; wait < 500 && !updaterStarted(); ++wait) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        started = simLines("apps/log");
+    }
+    EXPECT_TRUE(updaterStarted()) << ::testing::PrintToString(started);
+    endFirmwareUpdater();
+    SysManagerC::DestroyInstance();
+    EXPECT_EQ(platform::waitForSingleObject(response.get(), 0), platform::kWaitObject0);
+    const auto messages = logMessages();
+    EXPECT_TRUE(containsInOrder(
+        messages, {"SOFTWARE.IMG check done, starting SEP.", "[ERROR] Result Hardware Components Check FAILED!",
+                   "[INFO] Device is in Production/Service Mode. Starting FwUpdater to show "
+                   "ErrorMsg!"}))
+        << ::testing::PrintToString(messages);
+    EXPECT_EQ(std::count(messages.begin(), messages.end(), "InitInstance done!"), 0);
 }
 
 TEST_F(WinMainTest, SecondInstanceQuitsWithZeroWhileTheFirstRuns)
