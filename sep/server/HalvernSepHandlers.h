@@ -37,5 +37,7 @@ std::vector<HandlerEntryT> wlanHandlers();
 std::vector<HandlerEntryT> timeHandlers();
 // The firmware update.
 std::vector<HandlerEntryT> updateHandlers();
+// The USB devices, their reset and the USB stick's format.
+std::vector<HandlerEntryT> usbHandlers();
 
 }  // namespace HalvernSepHandlers

@@ -154,7 +154,7 @@ void HalvernSepImpl::RegisterHandlers(SEP::ChannelC& channel)
     for (auto group :
          {HalvernSepHandlers::systemHandlers, HalvernSepHandlers::efiHandlers, HalvernSepHandlers::timeHandlers,
           HalvernSepHandlers::linkHandlers, HalvernSepHandlers::networkHandlers, HalvernSepHandlers::wlanHandlers,
-          HalvernSepHandlers::updateHandlers}) {
+          HalvernSepHandlers::updateHandlers, HalvernSepHandlers::usbHandlers}) {
         const auto entries = group();
         completed.insert(completed.end(), entries.begin(), entries.end());
     }

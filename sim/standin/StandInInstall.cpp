@@ -30,6 +30,7 @@ const StandInT kStandIns[] = {
     {"C/Windows/System32/route.exe", "route"},
     {"C/Windows/System32/ipconfig.exe", "ipconfig"},
     {"C/Windows/System32/pnputil.exe", "pnputil"},
+    {"C/Windows/System32/format.com", "format"},
 };
 
 }  // namespace

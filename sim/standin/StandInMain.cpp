@@ -12,6 +12,8 @@
 //   pnputil               the driver store: lists, adds and deletes driver packages
 //   route, ipconfig       the route table and the leases of the simulated network
 //   firmware-updater      ends, fails, keeps running or asks Halvern to end, as told (runFirmwareUpdater)
+//   format                empties a simulated drive and sets its label; with "exit-code" it fails without
+//                         touching the drive, with "exit-after-ms=never" it never ends
 //
 // The calibration applications hold their running mutexes ("Global\TOUCHSCRAPP", "Global\VLTGSCRAPP")
 // for as long as they run.
@@ -38,6 +40,7 @@
 #include "platform/Sync.h"
 #include "platform/sim/SimRoot.h"
 #include "sim/standin/DevconStandIn.h"
+#include "sim/standin/FormatStandIn.h"
 #include "sim/standin/NetworkStandIns.h"
 #include "sim/standin/WlanDeviceModel.h"
 
@@ -190,7 +193,7 @@ int main(int argc, char** argv)
     if (g_role == "ssh") return runSsh(argc, argv, settings);
     if (g_role == "firmware-updater") return runFirmwareUpdater(argc, argv, settings);
     if (g_role == "console" || g_role == "backend") return runUntil(exitAfterMs(settings, -1));
-    if (g_role == "devcon" || g_role == "route" || g_role == "ipconfig" || g_role == "pnputil") {
+    if (g_role == "devcon" || g_role == "route" || g_role == "ipconfig" || g_role == "pnputil" || g_role == "format") {
         const std::vector<std::string> arguments(argv + 2, argv + argc);
         std::string line;
         for (const auto& argument : arguments)
@@ -200,6 +203,12 @@ int main(int argc, char** argv)
         if (g_role == "route") return finish(halvern::sim::runRoute(root, arguments));
         if (g_role == "ipconfig") return finish(halvern::sim::runIpconfig(root, arguments));
         if (g_role == "pnputil") return finish(halvern::sim::runPnputil(root, arguments));
+        if (g_role == "format") {
+            if (exitAfterMs(settings, 0) < 0) return runUntil(-1);
+            const auto code = settings.find("exit-code");
+            if (code != settings.end()) return finish(std::atoi(code->second.c_str()));
+            return finish(halvern::sim::runFormat(root, arguments));
+        }
         return finish(halvern::sim::runDevcon(root, arguments));
     }
     platform::UniqueHandle running;
