@@ -3,6 +3,7 @@
 // present devices only), and restarting one of them. On the simulation platform the bus is the text file
 // "sim/usb/devices" of the sim root (see platform/sim/SimUsbBus.h), which halvern-sim's "usb" commands change.
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace platform {
@@ -25,5 +26,10 @@ bool listUsbDevices(std::vector<UsbDeviceT>& devices);
 // plugging it again would. False with kErrorNotFound when no device is on that port, else with the
 // installer's error.
 bool restartUsbDevice(std::uint32_t port);
+
+// The file system of the volume at `rootPath` ("F:\\"), as GetVolumeInformationW names it ("FAT32", "exFAT",
+// "NTFS"). On the simulation platform the second line of "sim/volumes/<letter>", "FAT32" when it has none.
+// False with the last error set when no volume is there.
+bool getVolumeFileSystem(const std::wstring& rootPath, std::wstring& fileSystem);
 
 }  // namespace platform

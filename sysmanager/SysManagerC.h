@@ -160,9 +160,9 @@ public:
     // Restarts the device on `port`; false (logged) when no device is there or it refused.
     bool ResetUsbDevice(std::uint32_t port);
     bool RecycleUsbPort(std::uint16_t portId);
-    // Runs "C:\Windows\System32\format.com" on F: (FAT32, quick, no prompts) with the stick's own label and
-    // waits up to kFormatWaitMs for it. False (logged) without a stick, or when the tool cannot start, fails
-    // or does not end in time.
+    // Runs "C:\Windows\System32\format.com" on F: (quick, no prompts) with the stick's own file system (FAT32
+    // when it cannot be read) and label, and waits up to kFormatWaitMs for it. False (logged) without a stick, or when
+    // the tool cannot start, fails or does not end in time.
     static constexpr std::uint32_t kFormatWaitMs = 300000;
     bool FormatUsbDevice();
     // False (logged) when the overlay's figures cannot be read; both are 0 then.

@@ -109,9 +109,12 @@ bool SysManagerC::FormatUsbDevice()
         WriteLog("[%s] [ERROR]: No USB stick attached, ERROR(%d)", tag, lastErrorNumber());
         return false;
     }
-    // Quick, without a question, and under the label the stick had: a production stick stays one.
+    // Quick, without a question, and with the file system and label the stick had: a production stick stays
+    // one, and a stick too big for FAT32 keeps the file system that fits it.
+    std::wstring fileSystem;
+    if (!platform::getVolumeFileSystem(kUsbStickDrive, fileSystem) || fileSystem.empty()) fileSystem = L"FAT32";
     const std::wstring commandLine =
-        L"\"" + std::wstring(kFormatProgram) + L"\" F: /FS:FAT32 /Q /X /Y /V:\"" + label + L"\"";
+        L"\"" + std::wstring(kFormatProgram) + L"\" F: /FS:" + fileSystem + L" /Q /X /Y /V:\"" + label + L"\"";
     WriteLog("[%s]: Formatting the USB stick [%S]", tag, label.c_str());
     platform::ProcessInformationT format;
     if (!platform::createProcess(L"", commandLine, platform::kCreateNoWindow, platform::StartupInfoT{}, format)) {

@@ -1,9 +1,11 @@
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "platform/Text.h"
 #include "platform/Usb.h"
 #include "platform/WinError.h"
 #include "platform/sim/SimRoot.h"
@@ -144,6 +146,25 @@ bool restartUsbDevice(std::uint32_t port)
     }
     setLastError(kErrorNotFound);
     return false;
+}
+
+bool getVolumeFileSystem(const std::wstring& rootPath, std::wstring& fileSystem)
+{
+    const std::string root = sim::root();
+    const std::string path = narrow(rootPath).value_or(std::string());
+    if (root.empty() || path.size() < 2 || path[1] != ':' || !std::isalpha(static_cast<unsigned char>(path[0]))) {
+        setLastError(kErrorPathNotFound);
+        return false;
+    }
+    const char letter = static_cast<char>(std::toupper(static_cast<unsigned char>(path[0])));
+    std::ifstream in(root + "/sim/volumes/" + letter);
+    std::string label, name;
+    if (!std::getline(in, label)) {
+        setLastError(kErrorPathNotFound);
+        return false;
+    }
+    fileSystem = widen(std::getline(in, name) && !name.empty() ? name : std::string("FAT32"));
+    return true;
 }
 
 }  // namespace platform

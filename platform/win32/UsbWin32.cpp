@@ -160,4 +160,13 @@ bool restartUsbDevice(std::uint32_t port)
     }
 }
 
+bool getVolumeFileSystem(const std::wstring& rootPath, std::wstring& fileSystem)
+{
+    wchar_t name[MAX_PATH + 1] = {};
+    if (!GetVolumeInformationW(rootPath.c_str(), nullptr, 0, nullptr, nullptr, nullptr, name, MAX_PATH + 1))
+        return false;
+    fileSystem = name;
+    return true;
+}
+
 }  // namespace platform

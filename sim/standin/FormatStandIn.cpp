@@ -21,6 +21,7 @@ int runFormat(const std::string& root, const std::vector<std::string>& arguments
     const std::string drive = root + "/" + letter;
     bool labelGiven = false;
     std::string label;
+    std::string fileSystem;
     for (std::size_t i = 1; i < arguments.size(); ++i) {
         std::string upper = arguments[i];
         for (auto& c : upper)
@@ -28,7 +29,9 @@ int runFormat(const std::string& root, const std::vector<std::string>& arguments
         if (upper.compare(0, 3, "/V:") == 0) {
             labelGiven = true;
             label = arguments[i].substr(3);
-        } else if (upper != "/Q" && upper != "/X" && upper != "/Y" && upper.compare(0, 4, "/FS:") != 0) {
+        } else if (upper.compare(0, 4, "/FS:") == 0) {
+            fileSystem = arguments[i].substr(4);
+        } else if (upper != "/Q" && upper != "/X" && upper != "/Y") {
             return kExitBadArguments;
         }
     }
@@ -39,11 +42,16 @@ int runFormat(const std::string& root, const std::vector<std::string>& arguments
         if (error) return kExitFatal;
     }
     if (error) return kExitFatal;
-    if (labelGiven) {
-        std::ofstream out(volume, std::ios::trunc);
-        out << label << "\n";
-        if (!out) return kExitFatal;
+    std::string oldLabel, oldFileSystem;
+    {
+        std::ifstream in(volume);
+        std::getline(in, oldLabel);
+        std::getline(in, oldFileSystem);
     }
+    std::ofstream out(volume, std::ios::trunc);
+    out << (labelGiven ? label : oldLabel) << "\n";
+    if (!fileSystem.empty() || !oldFileSystem.empty()) out << (fileSystem.empty() ? oldFileSystem : fileSystem) << "\n";
+    if (!out) return kExitFatal;
     return 0;
 }
 

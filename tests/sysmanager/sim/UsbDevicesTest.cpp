@@ -163,11 +163,16 @@ TEST_F(UsbDevicesTest, TheFormatEmptiesTheStickAndKeepsItsLabel)
     EXPECT_EQ(label, L"WIM");
     EXPECT_EQ(simLines("apps/log").at(1), "format arguments F: /FS:FAT32 /Q /X /Y /V:WIM");
 
-    // A label with a blank stays one label.
+    // A label with a blank stays one label; a stick too big for FAT32 keeps its own file system.
     sim("usb plug FIELD DATA");
+    std::ofstream(platform::sim::root() + "/sim/volumes/F", std::ios::app) << "exFAT\n";
     ASSERT_TRUE(manager->FormatUsbDevice());
     ASSERT_TRUE(platform::getVolumeLabel(L"F:\\", label));
     EXPECT_EQ(label, L"FIELD DATA");
+    EXPECT_EQ(simLines("apps/log").at(4), "format arguments F: /FS:exFAT /Q /X /Y /V:FIELD DATA");
+    std::wstring fileSystem;
+    ASSERT_TRUE(platform::getVolumeFileSystem(L"F:\\", fileSystem));
+    EXPECT_EQ(fileSystem, L"exFAT");
 }
 
 TEST_F(UsbDevicesTest, AFailingOrHangingFormatToolIsAFailureAndTheStickStaysAsItWas)
