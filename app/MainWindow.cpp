@@ -290,9 +290,14 @@ platform::LResult WndProc(platform::WindowHandle window, std::uint32_t message, 
             if (wParam == SHUTDOWN_TIMER1) onShutdownTimer(window);
             return 0;
         case platform::wm::DeviceChange:
-            // Refreshing the USB device list joins here with the system information queries.
-            if (wParam == kDeviceArrival) HalvernSepImpl::raiseUsbDeviceAttachNotif(true);
-            if (wParam == kDeviceRemoveComplete) HalvernSepImpl::raiseUsbDeviceAttachNotif(false);
+            if (wParam == kDeviceArrival) {
+                SysManagerC::Instance()->RefreshUsbDevices(true);
+                HalvernSepImpl::raiseUsbDeviceAttachNotif(true);
+            }
+            if (wParam == kDeviceRemoveComplete) {
+                SysManagerC::Instance()->RefreshUsbDevices(false);
+                HalvernSepImpl::raiseUsbDeviceAttachNotif(false);
+            }
             return 0;
         case WM_USB_PORT_RECYCLE:
             SysManagerC::Instance()->RecycleUsbPort(static_cast<std::uint16_t>(wParam & 0xFFFF));

@@ -415,21 +415,35 @@ void addFirmwareCommands(CLI::App& app, CtlChoiceT& chosen)
         ->check(CLI::Range(std::int64_t{0}, std::int64_t{0xFFFFFFFF}));
 }
 
+// USB ids as the device manager shows them: four hex digits.
+std::string hexId(std::uint16_t id)
+{
+    char text[8];
+    std::snprintf(text, sizeof text, "%04X", static_cast<unsigned>(id));
+    return text;
+}
+
 void addUsbCommands(CLI::App& app, CtlChoiceT& chosen)
 {
     auto usb = addGroup(app, "usb", "USB devices of the computer module.");
-    addCommand(*usb, "count", "The number of USB devices, two counts (USB_GET_DEV_COUNT, 1037).", chosen,
-               [](SepExchangeC& sep, ReportC& report) {
-                   return askCommand<REC::UsbDeviceCountInfo>(sep, 1037, nullptr,
-                                                              [&](auto& r) { report.values("values", r); });
+    addCommand(*usb, "count", "The number of USB devices and of those enumerated completely (USB_GET_DEV_COUNT, 1037).",
+               chosen, [](SepExchangeC& sep, ReportC& report) {
+                   return askCommand<REC::UsbDeviceCountInfo>(sep, 1037, nullptr, [&](auto& r) {
+                       report.number("devices", "USB devices", r.a);
+                       report.number("enumerated", "enumerated completely", r.b);
+                   });
                });
     auto index = options<std::uint32_t>();
     addCommand(*usb, "at", "The USB device at an index of the list (USB_GET_DEV_AT_IDX, 1038).", chosen,
                [index](SepExchangeC& sep, ReportC& report) {
                    REC::UsbDeviceIndex request;
                    request.index = *index;
-                   return askCommand<REC::UsbDeviceInfo>(sep, 1038, &request,
-                                                         [&](auto& r) { report.values("values", r); });
+                   return askCommand<REC::UsbDeviceInfo>(sep, 1038, &request, [&](auto& r) {
+                       report.add("vendorId", "vendor id", r.a, hexId(r.a));
+                       report.add("productId", "product id", r.b, hexId(r.b));
+                       report.flag("massStorage", "mass storage", r.c);
+                       report.number("port", "port", r.d);
+                   });
                })
         ->add_option("index", *index, "list index, from 0")
         ->required();

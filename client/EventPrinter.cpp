@@ -45,8 +45,16 @@ bool fillReport(std::uint16_t id, DataReaderI& reader, ReportC& report)
             return decodeAndPrint<REC::WlanChannelSelection>(
                 reader, [&](REC::WlanChannelSelection& r) { report.values("values", r); });
         case 1006:
-            return decodeAndPrint<REC::UWFOverlayStateEvent>(
-                reader, [&](REC::UWFOverlayStateEvent& r) { report.values("values", r); });
+            return decodeAndPrint<REC::UWFOverlayStateEvent>(reader, [&](const REC::UWFOverlayStateEvent& r) {
+                const char* what = r.first == 1   ? "normal"
+                                   : r.first == 2 ? "warning"
+                                   : r.first == 3 ? "critical"
+                                                  : "unknown";
+                report.add("state", "write filter overlay", r.first,
+                           std::string(what) + " (" + std::to_string(r.first) + ")");
+                report.number("usedMb", "overlay used", r.second, "MB");
+                report.number("availableMb", "overlay available", r.third, "MB");
+            });
         case 1007:
             return decodeAndPrint<REC::WlanRadarEvent>(
                 reader, [&](const REC::WlanRadarEvent& r) { report.number("value", "radar", r.value); });

@@ -41,5 +41,7 @@ std::vector<HandlerEntryT> updateHandlers();
 std::vector<HandlerEntryT> modeHandlers();
 // Board data, fixed strings, the Windows release, hardware components and the calibration erase.
 std::vector<HandlerEntryT> infoHandlers();
+// The USB devices, their reset and the USB stick's format.
+std::vector<HandlerEntryT> usbHandlers();
 
 }  // namespace HalvernSepHandlers

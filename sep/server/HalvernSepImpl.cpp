@@ -155,7 +155,8 @@ void HalvernSepImpl::RegisterHandlers(SEP::ChannelC& channel)
          {HalvernSepHandlers::systemHandlers, HalvernSepHandlers::efiHandlers, HalvernSepHandlers::timeHandlers,
           HalvernSepHandlers::linkHandlers, HalvernSepHandlers::networkHandlers, HalvernSepHandlers::wlanHandlers,
           HalvernSepHandlers::updateHandlers, HalvernSepHandlers::modeHandlers,
-          HalvernSepHandlers::infoHandlers}) {
+          HalvernSepHandlers::infoHandlers,
+          HalvernSepHandlers::usbHandlers}) {
         const auto entries = group();
         completed.insert(completed.end(), entries.begin(), entries.end());
     }

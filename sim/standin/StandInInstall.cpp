@@ -33,6 +33,7 @@ const StandInT kStandIns[] = {
     {"C/Windows/System32/uwfmgr.exe", "uwfmgr"},
     {"C/Windows/System32/netsh.exe", "netsh"},
     {"C/Windows/explorer.exe", "explorer"},
+    {"C/Windows/System32/format.com", "format"},
 };
 
 }  // namespace

@@ -14,6 +14,8 @@
 //   firmware-updater      ends, fails, keeps running or asks Halvern to end, as told (runFirmwareUpdater)
 //   uwfmgr, netsh         the write filter's next-boot state and the port proxy table (ModeStandIns.h)
 //   explorer              the shell: listed in the session's processes, runs until ended
+//   format                empties a simulated drive and sets its label; with "exit-code" it fails without
+//                         touching the drive, with "exit-after-ms=never" it never ends
 //
 // The calibration applications hold their running mutexes ("Global\TOUCHSCRAPP", "Global\VLTGSCRAPP")
 // for as long as they run.
@@ -41,6 +43,7 @@
 #include "platform/sim/SimRoot.h"
 #include "sim/standin/DevconStandIn.h"
 #include "sim/standin/ModeStandIns.h"
+#include "sim/standin/FormatStandIn.h"
 #include "sim/standin/NetworkStandIns.h"
 #include "sim/standin/WlanDeviceModel.h"
 
@@ -195,7 +198,7 @@ int main(int argc, char** argv)
     if (g_role == "console" || g_role == "backend") return runUntil(exitAfterMs(settings, -1));
     if (g_role == "explorer") return halvern::sim::runExplorer(platform::sim::root());
     if (g_role == "devcon" || g_role == "route" || g_role == "ipconfig" || g_role == "pnputil" || g_role == "uwfmgr" ||
-        g_role == "netsh") {
+        g_role == "netsh" || g_role == "format") {
         const std::vector<std::string> arguments(argv + 2, argv + argc);
         std::string line;
         for (const auto& argument : arguments)
@@ -210,6 +213,12 @@ int main(int argc, char** argv)
             const auto failure = settings.find("exit-code");
             return finish(halvern::sim::runNetsh(root, arguments,
                                                  failure == settings.end() ? 0 : std::atoi(failure->second.c_str())));
+        }
+        if (g_role == "format") {
+            if (exitAfterMs(settings, 0) < 0) return runUntil(-1);
+            const auto code = settings.find("exit-code");
+            if (code != settings.end()) return finish(std::atoi(code->second.c_str()));
+            return finish(halvern::sim::runFormat(root, arguments));
         }
         return finish(halvern::sim::runDevcon(root, arguments));
     }

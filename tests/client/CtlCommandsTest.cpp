@@ -188,13 +188,30 @@ TEST_F(CtlCommandSetTest, AnUnavailableCommandExitsWithTheErrorReplyCodeAndTheSe
               "halvernctl: format-usb: General failure ( UKNOWN SEP CMD (1058) is not available on this build)\n");
     EXPECT_TRUE(run.out.empty());
 
-    run = ctl({"--json", "usb", "count"});
+    run = ctl({"--json", "production-features", "get"});
     EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
     const auto json = run.json();
     ASSERT_TRUE(json.is_object()) << run.out;
     EXPECT_EQ(json["ok"], false);
-    EXPECT_EQ(json["id"], 1037);
-    EXPECT_EQ(json["error"], "General failure ( USB_GET_DEV_COUNT (1037) is not available on this build)");
+    EXPECT_EQ(json["id"], 1015);
+    EXPECT_EQ(json["error"], "General failure ( PROD_FEATURES_GET (1015) is not available on this build)");
+}
+
+TEST_F(CtlCommandSetTest, UsbCommandsPrintTheirCountsOrTheServersRefusal)
+{
+    // No device change has filled the list yet.
+    CtlRunT run = ctl({"usb", "count"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out, "USB devices: 0\nenumerated completely: 0\n");
+    run = ctl({"--json", "usb", "count"});
+    const auto json = run.json();
+    ASSERT_TRUE(json.is_object()) << run.out;
+    EXPECT_EQ(json["devices"], 0);
+    EXPECT_EQ(json["enumerated"], 0);
+
+    run = ctl({"usb", "at", "0"});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
+    EXPECT_EQ(run.err, "halvernctl: usb at: General failure ( Failed to retrieve USB Device at given index.)\n");
 }
 
 TEST_F(CtlCommandSetTest, PowerOffAsksForWhatItNamesAndTheApplicationsAnswerIsStored)

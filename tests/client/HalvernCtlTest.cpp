@@ -143,5 +143,23 @@ TEST_F(HalvernCtlTest, EventsModeNamesTheInstrumentsEventsAndReadsOthersByTheGiv
     EXPECT_NE(out.str().find("  field 1 (i32): 7\n"), std::string::npos) << out.str();
 }
 
+TEST_F(HalvernCtlTest, EventsModePrintsTheOverlayStateWithItsFigures)
+{
+    start();
+    int exitCode = -1;
+    std::thread listener([&] { exitCode = run({"events", "--count", "1"}); });
+    for (int attempt = 0; attempt < 1000 && server->server().clientCount() == 0; ++attempt)
+        platform::sleepMs(5);
+    EXPECT_TRUE(server->readerWriter().sendToAll(1006, SEP::MESSAGE_KIND_EVENT, [](SEP::DataWriterI& w) {
+        return w.writeI32(1097) && w.writeI32(10) && w.writeU16(0) && w.writeI32(2) && w.writeU32(600) &&
+               w.writeU32(400);
+    }));
+    listener.join();
+    EXPECT_EQ(exitCode, 0);
+    EXPECT_EQ(out.str(),
+              "event 1006 uwf-overlay\n  write filter overlay: warning (2)\n  overlay used: 600 MB\n"
+              "  overlay available: 400 MB\n");
+}
+
 }  // namespace
 }  // namespace halvern::test

@@ -11,6 +11,7 @@
 #include "sep/SepCommandTestSupport.h"
 #include "sep/server/SepServer.h"
 #include "sim/ControlCommands.h"
+#include "sim/WindowsControlCommands.h"
 #include "sim/efi/EfiControlCommands.h"
 
 namespace halvern::test {
@@ -24,6 +25,7 @@ protected:
         // The hold is measured by the window against the clock the controller's notifications arrive by.
         platform::setClock(nullptr);
         sim::addEfiControlCommands(m_commands, m_model, m_service);
+        sim::addWindowsControlCommands(m_commands);
         ASSERT_TRUE(m_service.start());
         SysManagerC::Instance()->SetMainWindow(m_window);
         ASSERT_TRUE(SysManagerC::Instance()->GetEFIServiceIPC().InitializeEFICommunication());
@@ -86,27 +88,53 @@ TEST_F(MainWindowOverSepTest, HoldingTheButtonTellsEveryClientAndShutsDown)
                         "[2] DestroyLocalComponents", "++ WM_DESTROY received"}));
 }
 
-TEST_F(MainWindowOverSepTest, OverlayStatesReachClientsAndUsbRecyclingSaysItIsNotAvailable)
+// The overlay's state as every client hears it: (state, MB used, MB available).
+std::vector<std::vector<std::int64_t>> overlayEvents(SEP::SepClientC& client, std::size_t count)
 {
+    std::vector<std::vector<std::int64_t>> events;
+    std::vector<std::uint8_t> frame;
+    while (events.size() < count && client.receiveFrame(frame, 5000)) {
+        SEP::DecodedFrameT event;
+        std::int32_t code = 0, facility = 0, state = 0;
+        std::uint16_t level = 0;
+        std::uint32_t used = 0, available = 0;
+        if (!SEP::decodeFrame(frame, event) || event.messageId != 1006) continue;
+        if (event.coder->readI32(code) && event.coder->readI32(facility) && event.coder->readU16(level) &&
+            event.coder->readI32(state) && event.coder->readU32(used) && event.coder->readU32(available))
+            events.push_back({state, used, available});
+    }
+    return events;
+}
+
+TEST_F(MainWindowOverSepTest, OverlayStatesReachClientsWithTheOverlaysFiguresAndUsbRecyclingRestartsThePort)
+{
+    ASSERT_EQ(m_commands.execute("uwf overlay 600 400"), "OK");
+    ASSERT_EQ(m_commands.execute("usb device add 046D C52B 3"), "OK");
     WndProc(m_window, WM_UWF_OVERLAY_STATE_2, 0, 0);
     WndProc(m_window, WM_UWF_OVERLAY_STATE_3, 0, 0);
     WndProc(m_window, WM_USB_PORT_RECYCLE, 0x70003, 0);
-    for (auto& client : m_clients) {
-        for (std::int32_t state : {2, 3}) {
-            std::vector<std::uint8_t> frame;
-            SEP::DecodedFrameT event;
-            std::int32_t code = 0, facility = 0, first = 0;
-            std::uint16_t level = 0;
-            ASSERT_TRUE(client->receiveFrame(frame, 5000) && SEP::decodeFrame(frame, event));
-            EXPECT_EQ(event.messageId, 1006);
-            EXPECT_TRUE(event.coder->readI32(code) && event.coder->readI32(facility) && event.coder->readU16(level) &&
-                        event.coder->readI32(first));
-            EXPECT_EQ(first, state);
-        }
-    }
-    EXPECT_NE(
-        findMessage(logMessages(), "[ERROR]: RecycleUsbPort: USB port control is not available on this build (port 3)"),
-        -1);
+    const std::vector<std::vector<std::int64_t>> expected = {{2, 600, 400}, {3, 600, 400}};
+    for (auto& client : m_clients)
+        EXPECT_EQ(overlayEvents(*client, 2), expected);
+    EXPECT_EQ(m_commands.execute("usb resets"), "OK 3");
+}
+
+TEST_F(MainWindowOverSepTest, TheOverlayWatchsChangeReachesClientsThroughTheMainWindow)
+{
+    ASSERT_EQ(m_commands.execute("uwf overlay 850 150"), "OK");
+    // One reading, then the watch waits for its end.
+    ASSERT_TRUE(SysManagerC::Instance()->startOverlayWatch([](platform::HandleValue stopEvent) {
+        return platform::waitForSingleObject(stopEvent, platform::kInfinite) == platform::kWaitObject0;
+    }));
+    platform::Message message;
+    do {
+        ASSERT_EQ(platform::getMessage(message), 1);
+        platform::dispatchMessage(message);
+    } while (message.message != WM_UWF_OVERLAY_STATE_3);
+    const std::vector<std::vector<std::int64_t>> expected = {{3, 850, 150}};
+    for (auto& client : m_clients)
+        EXPECT_EQ(overlayEvents(*client, 1), expected);
+    EXPECT_TRUE(SysManagerC::Instance()->stopOverlayWatch());
 }
 
 }  // namespace

@@ -1,0 +1,172 @@
+// The USB devices through the device setup API. The list is the present devices of the USB device
+// interface class, so hubs' own functions and a composite device's interfaces do not count twice.
+#include <windows.h>
+// After windows.h: the setup API's declarations use its types.
+#include <devpropdef.h>
+#include <setupapi.h>
+
+#include <cwctype>
+#include <string>
+#include <vector>
+
+#include "platform/Usb.h"
+
+namespace platform {
+
+namespace {
+
+// GUID_DEVINTERFACE_USB_DEVICE {A5DCBF10-6530-11D2-901F-00C04FB951ED}
+const GUID kUsbDeviceInterface = {0xA5DCBF10, 0x6530, 0x11D2, {0x90, 0x1F, 0x00, 0xC0, 0x4F, 0xB9, 0x51, 0xED}};
+// DEVPKEY_Device_DevNodeStatus and DEVPKEY_Device_ProblemCode.
+const DEVPROPKEY kDevNodeStatus = {{0x4340A6C5, 0x93FA, 0x4706, {0x97, 0x2C, 0x7B, 0x64, 0x80, 0x08, 0xA5, 0xA7}}, 2};
+const DEVPROPKEY kProblemCode = {{0x4340A6C5, 0x93FA, 0x4706, {0x97, 0x2C, 0x7B, 0x64, 0x80, 0x08, 0xA5, 0xA7}}, 3};
+constexpr ULONG kDnStarted = 0x00000008;
+constexpr ULONG kDnHasProblem = 0x00000400;
+
+// The device information set of the present USB devices, destroyed with its owner.
+class UsbDeviceSetC {
+public:
+    UsbDeviceSetC()
+        : m_set(SetupDiGetClassDevsW(&kUsbDeviceInterface, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE))
+    {}
+    ~UsbDeviceSetC()
+    {
+        if (m_set != INVALID_HANDLE_VALUE) SetupDiDestroyDeviceInfoList(m_set);
+    }
+    UsbDeviceSetC(const UsbDeviceSetC&) = delete;
+    UsbDeviceSetC& operator=(const UsbDeviceSetC&) = delete;
+    bool valid() const { return m_set != INVALID_HANDLE_VALUE; }
+    HDEVINFO get() const { return m_set; }
+
+private:
+    HDEVINFO m_set;
+};
+
+// A multi-string or string registry property; empty when the device has none.
+std::vector<std::wstring> textProperty(HDEVINFO set, SP_DEVINFO_DATA& device, DWORD property)
+{
+    std::vector<std::wstring> values;
+    std::vector<BYTE> buffer(512);
+    DWORD needed = 0;
+    while (!SetupDiGetDeviceRegistryPropertyW(set, &device, property, nullptr, buffer.data(),
+                                              static_cast<DWORD>(buffer.size()), &needed)) {
+        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || needed <= buffer.size()) return values;
+        buffer.resize(needed);
+    }
+    const auto* text = reinterpret_cast<const wchar_t*>(buffer.data());
+    const std::size_t chars = buffer.size() / sizeof(wchar_t);
+    for (std::size_t start = 0; start < chars && text[start] != L'\0';) {
+        std::size_t end = start;
+        while (end < chars && text[end] != L'\0')
+            ++end;
+        values.emplace_back(text + start, text + end);
+        start = end + 1;
+    }
+    return values;
+}
+
+std::wstring upper(std::wstring text)
+{
+    for (auto& c : text)
+        c = static_cast<wchar_t>(std::towupper(c));
+    return text;
+}
+
+// The four hex digits after `key` ("VID_", "PID_") in a hardware id.
+bool hexAfter(const std::wstring& id, const wchar_t* key, std::uint16_t& value)
+{
+    const auto at = id.find(key);
+    if (at == std::wstring::npos || id.size() < at + 8) return false;
+    value = static_cast<std::uint16_t>(std::wcstoul(id.substr(at + 4, 4).c_str(), nullptr, 16));
+    return true;
+}
+
+bool startedWithoutProblem(HDEVINFO set, SP_DEVINFO_DATA& device)
+{
+    ULONG status = 0;
+    ULONG problem = 0;
+    DEVPROPTYPE type = 0;
+    if (!SetupDiGetDevicePropertyW(set, &device, &kDevNodeStatus, &type, reinterpret_cast<PBYTE>(&status),
+                                   sizeof status, nullptr, 0))
+        return false;
+    if (SetupDiGetDevicePropertyW(set, &device, &kProblemCode, &type, reinterpret_cast<PBYTE>(&problem), sizeof problem,
+                                  nullptr, 0) &&
+        problem != 0)
+        return false;
+    return (status & kDnStarted) != 0 && (status & kDnHasProblem) == 0;
+}
+
+bool portOf(HDEVINFO set, SP_DEVINFO_DATA& device, std::uint32_t& port)
+{
+    DWORD address = 0;
+    if (!SetupDiGetDeviceRegistryPropertyW(set, &device, SPDRP_ADDRESS, nullptr, reinterpret_cast<PBYTE>(&address),
+                                           sizeof address, nullptr))
+        return false;
+    port = address;
+    return true;
+}
+
+}  // namespace
+
+bool listUsbDevices(std::vector<UsbDeviceT>& devices)
+{
+    devices.clear();
+    UsbDeviceSetC set;
+    if (!set.valid()) return false;
+    for (DWORD index = 0;; ++index) {
+        SP_DEVINFO_DATA data{};
+        data.cbSize = sizeof data;
+        if (!SetupDiEnumDeviceInfo(set.get(), index, &data)) {
+            if (GetLastError() == ERROR_NO_MORE_ITEMS) break;
+            return false;
+        }
+        UsbDeviceT device;
+        const auto hardwareIds = textProperty(set.get(), data, SPDRP_HARDWAREID);
+        if (!hardwareIds.empty()) {
+            const std::wstring id = upper(hardwareIds.front());
+            hexAfter(id, L"VID_", device.vendorId);
+            hexAfter(id, L"PID_", device.productId);
+        }
+        for (const auto& compatible : textProperty(set.get(), data, SPDRP_COMPATIBLEIDS))
+            if (upper(compatible).find(L"CLASS_08") != std::wstring::npos) device.massStorage = true;
+        portOf(set.get(), data, device.port);
+        device.enumerated = !hardwareIds.empty() && startedWithoutProblem(set.get(), data);
+        devices.push_back(device);
+    }
+    return true;
+}
+
+bool restartUsbDevice(std::uint32_t port)
+{
+    UsbDeviceSetC set;
+    if (!set.valid()) return false;
+    for (DWORD index = 0;; ++index) {
+        SP_DEVINFO_DATA data{};
+        data.cbSize = sizeof data;
+        if (!SetupDiEnumDeviceInfo(set.get(), index, &data)) {
+            if (GetLastError() == ERROR_NO_MORE_ITEMS) SetLastError(ERROR_NOT_FOUND);
+            return false;
+        }
+        std::uint32_t devicePort = 0;
+        if (!portOf(set.get(), data, devicePort) || devicePort != port) continue;
+        SP_PROPCHANGE_PARAMS change{};
+        change.ClassInstallHeader.cbSize = sizeof(SP_CLASSINSTALL_HEADER);
+        change.ClassInstallHeader.InstallFunction = DIF_PROPERTYCHANGE;
+        change.StateChange = DICS_PROPCHANGE;
+        change.Scope = DICS_FLAG_CONFIGSPECIFIC;
+        change.HwProfile = 0;
+        if (!SetupDiSetClassInstallParamsW(set.get(), &data, &change.ClassInstallHeader, sizeof change)) return false;
+        return SetupDiCallClassInstaller(DIF_PROPERTYCHANGE, set.get(), &data) != FALSE;
+    }
+}
+
+bool getVolumeFileSystem(const std::wstring& rootPath, std::wstring& fileSystem)
+{
+    wchar_t name[MAX_PATH + 1] = {};
+    if (!GetVolumeInformationW(rootPath.c_str(), nullptr, 0, nullptr, nullptr, nullptr, name, MAX_PATH + 1))
+        return false;
+    fileSystem = name;
+    return true;
+}
+
+}  // namespace platform
