@@ -91,22 +91,6 @@ const NamedIdT kNames[] = {
     {1065, "WLAN_CFG_EXT_GET"},
 };
 
-// Every id of the command set that has a handler; 1000 is named but deliberately left to the default.
-constexpr std::uint16_t kFirstCommand = 1001;
-constexpr std::uint16_t kLastCommand = 1065;
-bool isCommandId(std::uint16_t id)
-{
-    return id >= kFirstCommand && id <= kLastCommand && id != 1045;
-}
-
-// A command whose subsystem has not landed says so instead of pretending to have done its work.
-void handleNotAvailable(SEP::ReceivedCommandC& command)
-{
-    HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL,
-                              std::string(HalvernSepImpl::CommandName(command.messageId())) + " (" +
-                                  std::to_string(command.messageId()) + ") is not available on this build");
-}
-
 void handleDefault(SEP::ReceivedCommandC& command)
 {
     WriteLog("Default SEP callback, msg id: %d\n", static_cast<int>(command.messageId()));
@@ -154,19 +138,13 @@ void HalvernSepImpl::RegisterHandlers(SEP::ChannelC& channel)
     for (auto group :
          {HalvernSepHandlers::systemHandlers, HalvernSepHandlers::efiHandlers, HalvernSepHandlers::timeHandlers,
           HalvernSepHandlers::linkHandlers, HalvernSepHandlers::networkHandlers, HalvernSepHandlers::wlanHandlers,
-          HalvernSepHandlers::updateHandlers, HalvernSepHandlers::modeHandlers,
-          HalvernSepHandlers::infoHandlers,
+          HalvernSepHandlers::updateHandlers, HalvernSepHandlers::modeHandlers, HalvernSepHandlers::infoHandlers,
           HalvernSepHandlers::usbHandlers}) {
         const auto entries = group();
         completed.insert(completed.end(), entries.begin(), entries.end());
     }
-    for (std::uint16_t id = kFirstCommand; id <= kLastCommand; ++id) {
-        if (!isCommandId(id)) continue;
-        HalvernSepHandlers::HandlerFn handler = handleNotAvailable;
-        for (const auto& entry : completed)
-            if (entry.id == id) handler = entry.handler;
-        channel.registerCommandHandler(id, guarded(handler));
-    }
+    for (const auto& entry : completed)
+        channel.registerCommandHandler(entry.id, guarded(entry.handler));
     channel.setDefaultCallback(guarded(handleDefault));
 }
 

@@ -180,21 +180,21 @@ TEST_F(CtlCommandSetTest, WatchShowsEachPanelWithItsValuesOrWhyItHasNone)
     EXPECT_EQ(out.find("\033["), std::string::npos) << "--plain does not redraw";
 }
 
-TEST_F(CtlCommandSetTest, AnUnavailableCommandExitsWithTheErrorReplyCodeAndTheServersText)
+TEST_F(CtlCommandSetTest, AnErrorReplyExitsWithItsCodeAndTheServersText)
 {
+    // No USB stick is plugged.
     CtlRunT run = ctl({"format-usb"});
     EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
-    EXPECT_EQ(run.err,
-              "halvernctl: format-usb: General failure ( UKNOWN SEP CMD (1058) is not available on this build)\n");
+    EXPECT_EQ(run.err, "halvernctl: format-usb: General failure ( failed to run format usb device)\n");
     EXPECT_TRUE(run.out.empty());
 
-    run = ctl({"--json", "production-features", "get"});
+    run = ctl({"--json", "format-usb"});
     EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
     const auto json = run.json();
     ASSERT_TRUE(json.is_object()) << run.out;
     EXPECT_EQ(json["ok"], false);
-    EXPECT_EQ(json["id"], 1015);
-    EXPECT_EQ(json["error"], "General failure ( PROD_FEATURES_GET (1015) is not available on this build)");
+    EXPECT_EQ(json["id"], 1058);
+    EXPECT_EQ(json["error"], "General failure ( failed to run format usb device)");
 }
 
 TEST_F(CtlCommandSetTest, UsbCommandsPrintTheirCountsOrTheServersRefusal)

@@ -179,19 +179,6 @@ TEST_F(CommandSetTest, TheInstrumentApplicationsShutdownAnswerIsStored)
     EXPECT_TRUE(logged("Configured shutdown state request: START"));
 }
 
-TEST_F(CommandSetTest, ACommandWhoseSubsystemIsMissingSaysSoWithCodeSix)
-{
-    for (std::uint16_t id : {1015, 1058}) {
-        auto reply = port->ask(id);
-        ASSERT_TRUE(reply.received) << id;
-        EXPECT_EQ(reply.returnCode, 889) << id;
-        EXPECT_EQ(reply.errorText.rfind("General failure ( ", 0), 0u) << reply.errorText;
-        EXPECT_NE(reply.errorText.find("(" + std::to_string(id) + ") is not available on this build"),
-                  std::string::npos)
-            << reply.errorText;
-    }
-}
-
 TEST_F(CommandSetTest, EchoAndUnknownIdsReachTheDefaultCallback)
 {
     for (std::uint16_t id : {1000, 1045, 2000})
