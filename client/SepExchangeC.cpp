@@ -24,11 +24,16 @@ bool receiveReply(SepClientC& client, std::uint16_t id, std::uint32_t timeoutMs,
     }
 }
 
-bool readReplyHeader(DataReaderI& reader, bool& success)
+bool readReplyHeader(DataReaderI& reader, bool& success, std::string* failure)
 {
     std::int32_t code = 0, facility = 0;
     std::uint16_t level = 0;
     if (!reader.readI32(code) || !reader.readI32(facility) || !reader.readU16(level)) return false;
+    constexpr std::uint16_t kHighestNotificationLevel = 2;
+    if (level > kHighestNotificationLevel) {
+        if (failure != nullptr) *failure = "Invalid NotificationLevel: " + std::to_string(level);
+        return false;
+    }
     success = code == HalvernRpc::kReturnCodeSuccess && facility == HalvernRpc::kFacility;
     return true;
 }
@@ -59,8 +64,8 @@ ExchangeResultE SepExchangeC::call(std::uint16_t id, MAL::UTI::SerializableI* re
     DecodedFrameT decoded;
     if (!receiveReply(m_client, id, m_timeoutMs, decoded, m_failure)) return ExchangeResultE::NoReply;
     bool success = false;
-    if (!readReplyHeader(*decoded.coder, success)) {
-        m_failure = "the reply has no complete header";
+    if (!readReplyHeader(*decoded.coder, success, &m_failure)) {
+        if (m_failure.empty()) m_failure = "the reply has no complete header";
         return ExchangeResultE::ShortReply;
     }
     if (!success) {

@@ -24,8 +24,10 @@ enum class ExchangeResultE {
 bool receiveReply(SepClientC& client, std::uint16_t id, std::uint32_t timeoutMs, DecodedFrameT& reply,
                   std::string& failure);
 
-// Reads the reply header; true with `success` set when it could be read.
-bool readReplyHeader(DataReaderI& reader, bool& success);
+// Reads the reply header; true with `success` set when it could be read. A notification level above the
+// three the protocol knows (0..2) is no header either: `failure` then says "Invalid NotificationLevel: "
+// and the level.
+bool readReplyHeader(DataReaderI& reader, bool& success, std::string* failure = nullptr);
 
 class SepExchangeC {
 public:

@@ -25,12 +25,12 @@ void fillModeInfo(const SysManagerC::CurDevModeInfo& info, REC::CurDevModeInfo& 
 
 // A refused or failed switch answers with the error alone: which feature failed is in the log.
 template <typename Request>
-void handleModeSwitch(SEP::ReceivedCommandC& command, const char* mode,
+void handleModeSwitch(SEP::ReceivedCommandC& command, const char* requestLine,
                       bool (SysManagerC::*modeSwitch)(bool, SysManagerC::CurDevModeInfo&), const char* failure)
 {
     Request request;
     if (!HalvernSepImpl::DecodeRequest(command, request)) return;
-    WriteLog("Got request to %s %s Mode", request.enable ? "enable" : "disable", mode);
+    WriteLog(requestLine, request.enable ? "enable" : "disable");
     SysManagerC::CurDevModeInfo info;
     if (!(SysManagerC::Instance()->*modeSwitch)(request.enable, info)) {
         HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, failure);
@@ -43,13 +43,13 @@ void handleModeSwitch(SEP::ReceivedCommandC& command, const char* mode,
 
 void handleProductionMode(SEP::ReceivedCommandC& command)
 {
-    handleModeSwitch<REC::ProdMode>(command, "Production", &SysManagerC::productionMode,
+    handleModeSwitch<REC::ProdMode>(command, "Got request to %s Production Mode", &SysManagerC::productionMode,
                                     "General Failure to set Production/Customer Mode Status!");
 }
 
 void handleServiceMode(SEP::ReceivedCommandC& command)
 {
-    handleModeSwitch<REC::ServMode>(command, "Service", &SysManagerC::serviceMode,
+    handleModeSwitch<REC::ServMode>(command, "Got request to %s Service Mode", &SysManagerC::serviceMode,
                                     "General Failure to set Service/Customer Mode Status!");
 }
 

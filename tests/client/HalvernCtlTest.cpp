@@ -36,6 +36,12 @@ protected:
                 return w.writeI32(889) && w.writeI32(10) && w.writeU16(1) && w.writeString("it \"broke\"");
             });
         });
+        // A level the protocol does not know (0..2).
+        server->channel().registerCommandHandler(1023, [](SEP::ReceivedCommandC& command) {
+            command.sendReply([](SEP::DataWriterI& w) {
+                return w.writeI32(1097) && w.writeI32(10) && w.writeU16(3) && w.writeBool(true);
+            });
+        });
         ASSERT_TRUE(server->start(3600000));
     }
     void TearDown() override
@@ -85,6 +91,14 @@ TEST_F(HalvernCtlTest, PrintsTheErrorTextOfAFailedCommandAndSaysSoInItsExitCode)
               "{\"kind\":\"reply\",\"id\":1002,\"name\":\"WLAN_CFG_SET\",\"coding\":\"binary\",\"source\":null,"
               "\"destination\":null,"
               "\"returnCode\":889,\"facility\":10,\"level\":1,\"fields\":[],\"error\":\"it \\\"broke\\\"\"}\n");
+}
+
+TEST_F(HalvernCtlTest, AReplyWithAnUnknownNotificationLevelIsNotTakenForAnAnswer)
+{
+    start();
+    EXPECT_EQ(run({"autorun", "get"}), SEP::CTL_EXIT_SHORT_REPLY);
+    EXPECT_EQ(err.str(), "halvernctl: autorun get: Invalid NotificationLevel: 3\n");
+    EXPECT_TRUE(out.str().empty()) << out.str();
 }
 
 TEST_F(HalvernCtlTest, RejectsBadParametersBeforeConnectingAndReportsARefusal)
