@@ -301,7 +301,7 @@ void addExecutionCommands(CLI::App& app, CtlChoiceT& chosen)
                                    });
     testCommand->alias("test-cmd");
     testCommand->add_option("number", test->number, "test command number")->required();
-    testCommand->add_option("--wait", test->waitMs, "time-out in ms (below 1: the command's default)");
+    testCommand->add_option("--wait", test->waitMs, "time-out in ms, at most 60000 (below 1: the command's default)");
     testCommand->add_option("--text", test->text, "string parameter")->check(fitsBuffer(sizeof REC::TestCmd{}.text));
 }
 

@@ -168,6 +168,13 @@ void handleTestCommand(SEP::ReceivedCommandC& command)
     REC::TestCmd request;
     if (!HalvernSepImpl::DecodeRequest(command, request, {"string parameter"})) return;
     WriteLog("Got request to execute test command %d", request.a);
+    // The check runs on the port's server task: every client of the port waits for it. A minute is far
+    // more than any repair takes; hours would stall the port for hours.
+    constexpr std::int32_t kLongestTestWaitMs = 60000;
+    if (request.b > kLongestTestWaitMs) {
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_RANGE, "timeout above 60000 ms");
+        return;
+    }
     if (!runTestCommand(request.a, request.b)) {
         HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, "failed to execute test command");
         return;

@@ -120,6 +120,12 @@ void handleRunChannelSelection(SEP::ReceivedCommandC& command)
 {
     REC::WlanChannelSelection request;
     if (!HalvernSepImpl::DecodeRequest(command, request)) return;
+    // A scan that never completes holds every later selection for as long as it is allowed to wait.
+    constexpr std::int32_t kLongestScanWaitMs = 60000;
+    if (request.c > kLongestScanWaitMs) {
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_RANGE, "scan time above 60000 ms");
+        return;
+    }
     if (!startSelection(request)) {
         HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, "failed to run WLAN channel selection");
         return;

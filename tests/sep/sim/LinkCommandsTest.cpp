@@ -105,6 +105,13 @@ TEST_F(LinkCommandsTest, WithoutTheBoardsTheirCommandsSayTheyFailed)
     EXPECT_EQ(reply.errorText, "General failure ( failed to execute test command)");
     EXPECT_TRUE(containsInOrder(logMessages(),
                                 {"Got request to execute test command 7", "Test command: invalid command requsted."}));
+
+    // A repair that a client asks to go on for hours would hold every client of the port as long.
+    test.a = 1;
+    test.b = 16777003;
+    reply = port->askRecord(1046, test);
+    EXPECT_EQ(reply.errorText, "Value out of range ( timeout above 60000 ms)");
+    EXPECT_EQ(findMessage(logMessages(), "Test command: verify/fix MORA eth, timeout: 16777003"), -1);
 }
 
 TEST_F(LinkCommandsTest, ARunningCalibrationApplicationIsReportedWithoutAskingTheBoard)

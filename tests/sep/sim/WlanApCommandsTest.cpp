@@ -172,6 +172,10 @@ TEST_F(WlanApCommandsTest, ARequestedSelectionIsAnnouncedAndRunByTheDriver)
     request.b = 7;
     reply = port->askRecord(1057, request);
     EXPECT_EQ(reply.errorText, "General failure ( failed to run WLAN channel selection)");
+    request.b = 0;
+    request.c = 60001;
+    reply = port->askRecord(1057, request);
+    EXPECT_EQ(reply.errorText, "Value out of range ( scan time above 60000 ms)");
 }
 
 TEST_F(WlanApCommandsTest, StartUpOpensTheAccessPointOnTheSelectedChannel)
