@@ -58,6 +58,18 @@ RegStatus regOpenKeyRead(const UniqueRegKey& parent, const std::wstring& subKey,
 // RegEnumKeyExW: the name of subkey `index`; kErrorNoMoreItems past the last one.
 RegStatus regEnumKey(const UniqueRegKey& key, std::uint32_t index, std::wstring& name);
 
+// The names of a key's subkeys in the registry's order; none when the key cannot be opened.
+inline std::vector<std::wstring> regSubKeyNames(RegHive hive, const std::wstring& subKey)
+{
+    std::vector<std::wstring> names;
+    UniqueRegKey key;
+    if (regOpenKeyRead(hive, subKey, key) != 0) return names;
+    std::wstring name;
+    for (std::uint32_t index = 0; regEnumKey(key, index, name) == 0; ++index)
+        names.push_back(name);
+    return names;
+}
+
 // RegGetValueW restricted to REG_SZ (and REG_EXPAND_SZ, not expanded) / to REG_BINARY: another type answers
 // kErrorUnsupportedType, a missing value kErrorFileNotFound.
 RegStatus regQueryString(const UniqueRegKey& key, const std::wstring& valueName, std::wstring& value);

@@ -138,6 +138,33 @@ bool isExplorer(const std::wstring& exeFile)
     return lower == L"explorer.exe";
 }
 
+// What Winlogon starts at the next log-on: with the shell or without it.
+bool setUserinit(const char* tag, const wchar_t* userinit)
+{
+    platform::UniqueRegKey winlogon;
+    platform::RegStatus status =
+        platform::regOpenKey(platform::RegHive::LocalMachine, kWinlogonKey, platform::RegAccess::All, winlogon);
+    if (status == 0) status = platform::regSetString(winlogon, L"Userinit", userinit, true);
+    if (status != 0) {
+        WriteLog("[%s] [ERROR]: Unable to set the Userinit value of the Winlogon key, ERROR(%d)", tag,
+                 static_cast<int>(status));
+        platform::setLastError(static_cast<std::uint32_t>(status));
+        return false;
+    }
+    return true;
+}
+
+// The ports of the configuration file; a missing or unreadable file is said with the caller's tag.
+bool readConfiguredPortsOrSay(const char* tag, std::vector<int>& ports)
+{
+    int error = 0;
+    if (readConfiguredPorts(ports, error)) return true;
+    WriteLog("[%s] [ERROR]:The '%s' with the defined ports is not present!, ERROR(%d)", tag, kPortsConfiguration,
+             error);
+    platform::setLastError(platform::kErrorFileNotFound);
+    return false;
+}
+
 }  // namespace
 
 bool SysManagerC::SetUWFilter(bool enable)
@@ -198,13 +225,7 @@ bool SysManagerC::PortForwardingActivation()
 {
     const char* tag = "SysManagerC::PortForwardingActivation";
     std::vector<int> ports;
-    int error = 0;
-    if (!readConfiguredPorts(ports, error)) {
-        WriteLog("[%s] [ERROR]:The '%s' with the defined ports is not present!, ERROR(%d)", tag, kPortsConfiguration,
-                 error);
-        platform::setLastError(platform::kErrorFileNotFound);
-        return false;
-    }
+    if (!readConfiguredPortsOrSay(tag, ports)) return false;
     bool added = true;
     for (int port : ports) {
         wchar_t parameters[128];
@@ -226,13 +247,7 @@ bool SysManagerC::PortForwardingDeactivation()
 {
     const char* tag = "SysManagerC::PortForwardingDeactivation";
     std::vector<int> ports;
-    int error = 0;
-    if (!readConfiguredPorts(ports, error)) {
-        WriteLog("[%s] [ERROR]:The '%s' with the defined ports is not present!, ERROR(%d)", tag, kPortsConfiguration,
-                 error);
-        platform::setLastError(platform::kErrorFileNotFound);
-        return false;
-    }
+    if (!readConfiguredPortsOrSay(tag, ports)) return false;
     // netsh refuses to delete an entry that is not there; a port never forwarded is already as wanted. When
     // the table cannot be read, every port is deleted and netsh has the last word.
     std::string table;
@@ -346,16 +361,7 @@ bool SysManagerC::writeMousePointerToRegistry(bool hidden)
 bool SysManagerC::RestartExplorer()
 {
     const char* tag = "SysManagerC::RestartExplorer";
-    platform::UniqueRegKey winlogon;
-    platform::RegStatus status =
-        platform::regOpenKey(platform::RegHive::LocalMachine, kWinlogonKey, platform::RegAccess::All, winlogon);
-    if (status == 0) status = platform::regSetString(winlogon, L"Userinit", kUserinitWithShell, true);
-    if (status != 0) {
-        WriteLog("[%s] [ERROR]: Unable to set the Userinit value of the Winlogon key, ERROR(%d)", tag,
-                 static_cast<int>(status));
-        platform::setLastError(static_cast<std::uint32_t>(status));
-        return false;
-    }
+    if (!setUserinit(tag, kUserinitWithShell)) return false;
     std::vector<platform::ProcessEntryT> processes;
     if (platform::snapshotProcesses(processes) == platform::SnapshotResultE::Ok) {
         for (const auto& process : processes) {
@@ -378,16 +384,7 @@ bool SysManagerC::RestartExplorer()
 bool SysManagerC::TerminateExplorer()
 {
     const char* tag = "SysManagerC::TerminateExplorer";
-    platform::UniqueRegKey winlogon;
-    platform::RegStatus status =
-        platform::regOpenKey(platform::RegHive::LocalMachine, kWinlogonKey, platform::RegAccess::All, winlogon);
-    if (status == 0) status = platform::regSetString(winlogon, L"Userinit", kUserinitWithoutShell, true);
-    if (status != 0) {
-        WriteLog("[%s] [ERROR]: Unable to set the Userinit value of the Winlogon key, ERROR(%d)", tag,
-                 static_cast<int>(status));
-        platform::setLastError(static_cast<std::uint32_t>(status));
-        return false;
-    }
+    if (!setUserinit(tag, kUserinitWithoutShell)) return false;
     std::vector<platform::ProcessEntryT> processes;
     if (platform::snapshotProcesses(processes) == platform::SnapshotResultE::SnapshotFailed) {
         const int error = lastErrorNumber();

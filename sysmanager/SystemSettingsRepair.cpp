@@ -23,13 +23,7 @@ int code(platform::RegStatus status)
 
 std::vector<std::wstring> subKeys(const std::wstring& path)
 {
-    std::vector<std::wstring> names;
-    platform::UniqueRegKey key;
-    if (platform::regOpenKeyRead(platform::RegHive::LocalMachine, path, key) != 0) return names;
-    std::wstring name;
-    for (std::uint32_t index = 0; platform::regEnumKey(key, index, name) == 0; ++index)
-        names.push_back(name);
-    return names;
+    return platform::regSubKeyNames(platform::RegHive::LocalMachine, path);
 }
 
 // The computer module has one disk, the system SSD: the first disk instance that has its parameters key.

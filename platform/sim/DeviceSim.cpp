@@ -16,13 +16,7 @@ constexpr const wchar_t* kEnumKey = L"SYSTEM\\CurrentControlSet\\Enum";
 
 std::vector<std::wstring> subKeys(const std::wstring& path)
 {
-    std::vector<std::wstring> names;
-    UniqueRegKey key;
-    if (regOpenKeyRead(RegHive::LocalMachine, path, key) != 0) return names;
-    std::wstring name;
-    for (std::uint32_t index = 0; regEnumKey(key, index, name) == 0; ++index)
-        names.push_back(name);
-    return names;
+    return regSubKeyNames(RegHive::LocalMachine, path);
 }
 
 bool sameText(const std::wstring& a, const std::wstring& b)

@@ -12,13 +12,7 @@ constexpr const wchar_t* kPciEnumKey = L"SYSTEM\\CurrentControlSet\\Enum\\PCI";
 
 std::vector<std::wstring> subKeys(const std::wstring& path)
 {
-    std::vector<std::wstring> names;
-    UniqueRegKey key;
-    if (regOpenKeyRead(RegHive::LocalMachine, path, key) != 0) return names;
-    std::wstring name;
-    for (std::uint32_t index = 0; regEnumKey(key, index, name) == 0; ++index)
-        names.push_back(name);
-    return names;
+    return regSubKeyNames(RegHive::LocalMachine, path);
 }
 
 std::uint32_t dwordOr(const UniqueRegKey& key, const wchar_t* name, std::uint32_t fallback)

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/Device.h"
+#include "platform/win32/SetupApiSupport.h"
 
 namespace platform {
 
@@ -44,24 +45,9 @@ bool NetworkDeviceListC::property(std::uint32_t index, DevicePropertyE which, st
     data.cbSize = sizeof data;
     if (!SetupDiEnumDeviceInfo(m_impl->set, index, &data)) return false;
     const DWORD property = which == DevicePropertyE::DriverKey ? SPDRP_DRIVER : SPDRP_HARDWAREID;
-    // Grown to the size the system reports when 512 bytes are not enough.
-    std::vector<BYTE> buffer(512);
-    DWORD needed = 0;
-    while (!SetupDiGetDeviceRegistryPropertyW(m_impl->set, &data, property, nullptr, buffer.data(),
-                                              static_cast<DWORD>(buffer.size()), &needed)) {
-        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || needed <= buffer.size()) return false;
-        buffer.resize(needed);
-    }
-    const auto* text = reinterpret_cast<const wchar_t*>(buffer.data());
-    const std::size_t chars = buffer.size() / sizeof(wchar_t);
-    for (std::size_t start = 0; start < chars && text[start] != L'\0';) {
-        std::size_t end = start;
-        while (end < chars && text[end] != L'\0')
-            ++end;
-        values.emplace_back(text + start, text + end);
-        if (which == DevicePropertyE::DriverKey) break;
-        start = end + 1;
-    }
+    if (!win32::deviceTextProperty(m_impl->set, data, property, values)) return false;
+    // The driver key is one text.
+    if (which == DevicePropertyE::DriverKey && values.size() > 1) values.resize(1);
     return true;
 }
 

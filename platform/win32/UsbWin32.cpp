@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/Usb.h"
+#include "platform/win32/SetupApiSupport.h"
 
 namespace platform {
 
@@ -23,46 +24,10 @@ const DEVPROPKEY kProblemCode = {{0x4340A6C5, 0x93FA, 0x4706, {0x97, 0x2C, 0x7B,
 constexpr ULONG kDnStarted = 0x00000008;
 constexpr ULONG kDnHasProblem = 0x00000400;
 
-// The device information set of the present USB devices, destroyed with its owner.
-class UsbDeviceSetC {
-public:
-    UsbDeviceSetC()
-        : m_set(SetupDiGetClassDevsW(&kUsbDeviceInterface, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE))
-    {}
-    ~UsbDeviceSetC()
-    {
-        if (m_set != INVALID_HANDLE_VALUE) SetupDiDestroyDeviceInfoList(m_set);
-    }
-    UsbDeviceSetC(const UsbDeviceSetC&) = delete;
-    UsbDeviceSetC& operator=(const UsbDeviceSetC&) = delete;
-    bool valid() const { return m_set != INVALID_HANDLE_VALUE; }
-    HDEVINFO get() const { return m_set; }
-
-private:
-    HDEVINFO m_set;
-};
-
-// A multi-string or string registry property; empty when the device has none.
-std::vector<std::wstring> textProperty(HDEVINFO set, SP_DEVINFO_DATA& device, DWORD property)
+// The present USB devices.
+HDEVINFO presentUsbDevices()
 {
-    std::vector<std::wstring> values;
-    std::vector<BYTE> buffer(512);
-    DWORD needed = 0;
-    while (!SetupDiGetDeviceRegistryPropertyW(set, &device, property, nullptr, buffer.data(),
-                                              static_cast<DWORD>(buffer.size()), &needed)) {
-        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || needed <= buffer.size()) return values;
-        buffer.resize(needed);
-    }
-    const auto* text = reinterpret_cast<const wchar_t*>(buffer.data());
-    const std::size_t chars = buffer.size() / sizeof(wchar_t);
-    for (std::size_t start = 0; start < chars && text[start] != L'\0';) {
-        std::size_t end = start;
-        while (end < chars && text[end] != L'\0')
-            ++end;
-        values.emplace_back(text + start, text + end);
-        start = end + 1;
-    }
-    return values;
+    return SetupDiGetClassDevsW(&kUsbDeviceInterface, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
 }
 
 std::wstring upper(std::wstring text)
@@ -111,7 +76,7 @@ bool portOf(HDEVINFO set, SP_DEVINFO_DATA& device, std::uint32_t& port)
 bool listUsbDevices(std::vector<UsbDeviceT>& devices)
 {
     devices.clear();
-    UsbDeviceSetC set;
+    win32::DeviceInfoSetC set(presentUsbDevices());
     if (!set.valid()) return false;
     for (DWORD index = 0;; ++index) {
         SP_DEVINFO_DATA data{};
@@ -121,13 +86,13 @@ bool listUsbDevices(std::vector<UsbDeviceT>& devices)
             return false;
         }
         UsbDeviceT device;
-        const auto hardwareIds = textProperty(set.get(), data, SPDRP_HARDWAREID);
+        const auto hardwareIds = win32::deviceTextProperty(set.get(), data, SPDRP_HARDWAREID);
         if (!hardwareIds.empty()) {
             const std::wstring id = upper(hardwareIds.front());
             hexAfter(id, L"VID_", device.vendorId);
             hexAfter(id, L"PID_", device.productId);
         }
-        for (const auto& compatible : textProperty(set.get(), data, SPDRP_COMPATIBLEIDS))
+        for (const auto& compatible : win32::deviceTextProperty(set.get(), data, SPDRP_COMPATIBLEIDS))
             if (upper(compatible).find(L"CLASS_08") != std::wstring::npos) device.massStorage = true;
         portOf(set.get(), data, device.port);
         device.enumerated = !hardwareIds.empty() && startedWithoutProblem(set.get(), data);
@@ -138,7 +103,7 @@ bool listUsbDevices(std::vector<UsbDeviceT>& devices)
 
 bool restartUsbDevice(std::uint32_t port)
 {
-    UsbDeviceSetC set;
+    win32::DeviceInfoSetC set(presentUsbDevices());
     if (!set.valid()) return false;
     for (DWORD index = 0;; ++index) {
         SP_DEVINFO_DATA data{};
