@@ -71,8 +71,10 @@ InstrumentT* g_instrument = nullptr;
 
 void removeInstrument()
 {
-    // The system manager's threads go first: one still logging after the sim root is gone would write
-    // wherever a destroyed root's text points.
+    // Real time again: the system manager's teardown waits for its threads, which a clock that lets every
+    // wait end at once would cut short. Its threads go first: one still logging after the sim root is gone
+    // would write wherever a destroyed root's text points.
+    platform::setClock(nullptr);
     SysManagerC::DestroyInstance();
     g_instrument->service.stop();
     std::error_code ignored;
