@@ -7,6 +7,7 @@
 
 #include "platform/FileSystem.h"
 #include "platform/Time.h"
+#include "platform/WinError.h"
 
 NetworkHelperLoggerFn g_networkHelperLogger = nullptr;
 void* g_networkHelperLoggerContext = nullptr;
@@ -40,6 +41,9 @@ void WriteLogV(const char* format, va_list args)
 {
     using halvern::kLogBackupPath;
     using halvern::kLogFilePath;
+    // Callers log a failure and then read the last error for their own message; opening the log ("a+" on an
+    // existing file leaves 183 on Windows) must not have changed it by then.
+    const platform::LastErrorKeeperC keeper;
     std::lock_guard<std::mutex> guard(logLock());
 
     int error = 0;

@@ -9,11 +9,16 @@
 #include <vector>
 
 #include "platform/Handle.h"
+#include "platform/WinError.h"
 
 namespace platform {
 
 struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
+    void operator()(std::FILE* file) const
+    {
+        const LastErrorKeeperC keeper;
+        std::fclose(file);
+    }
 };
 using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
 

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <utility>
 
+#include "platform/WinError.h"
+
 namespace platform {
 
 using HandleValue = void*;
@@ -29,7 +31,10 @@ public:
     HandleValue release() { return std::exchange(m_value, nullptr); }
     void reset(HandleValue value = nullptr)
     {
-        if (m_value != nullptr) closeHandle(m_value);
+        if (m_value != nullptr) {
+            const LastErrorKeeperC keeper;
+            closeHandle(m_value);
+        }
         m_value = value;
     }
     // The handle as it appears in log lines ("[H:0x%X]").

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/WinError.h"
+
 namespace platform {
 
 using SocketValue = std::uintptr_t;
@@ -52,7 +54,10 @@ public:
     SocketValue release() { return std::exchange(m_value, kInvalidSocket); }
     void reset(SocketValue value = kInvalidSocket)
     {
-        if (m_value != kInvalidSocket) closeSocket(m_value);
+        if (m_value != kInvalidSocket) {
+            const LastErrorKeeperC keeper;
+            closeSocket(m_value);
+        }
         m_value = value;
     }
     // The socket as log lines show it.

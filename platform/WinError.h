@@ -48,4 +48,17 @@ using RegStatus = std::int32_t;
 std::uint32_t lastError();
 void setLastError(std::uint32_t error);
 
+// Puts the thread's last error back as it found it when it ends: for work done on a caller's behalf (a log
+// line, closing a handle) that must not change the error the caller reads next.
+class LastErrorKeeperC {
+public:
+    LastErrorKeeperC() : m_error(lastError()) {}
+    ~LastErrorKeeperC() { setLastError(m_error); }
+    LastErrorKeeperC(const LastErrorKeeperC&) = delete;
+    LastErrorKeeperC& operator=(const LastErrorKeeperC&) = delete;
+
+private:
+    std::uint32_t m_error;
+};
+
 }  // namespace platform

@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/WinError.h"
+
 namespace platform {
 
 // WLAN_API_VERSION_2_0: the client version of every caller on the instrument.
@@ -50,7 +52,10 @@ public:
     WlanHandleValue release() { return std::exchange(m_value, nullptr); }
     void reset(WlanHandleValue value = nullptr)
     {
-        if (m_value != nullptr) wlanCloseHandle(m_value);
+        if (m_value != nullptr) {
+            const LastErrorKeeperC keeper;
+            wlanCloseHandle(m_value);
+        }
         m_value = value;
     }
 

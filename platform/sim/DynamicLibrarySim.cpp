@@ -26,6 +26,7 @@ const struct {
 
 void UniqueModule::reset(void* module)
 {
+    const LastErrorKeeperC keeper;
     delete static_cast<SimModuleC*>(m_module);
     m_module = module;
 }

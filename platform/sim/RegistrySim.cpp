@@ -143,6 +143,7 @@ struct SimRegKeyC {
 
 void UniqueRegKey::reset(void* key)
 {
+    const LastErrorKeeperC keeper;
     delete static_cast<SimRegKeyC*>(m_key);
     m_key = key;
 }

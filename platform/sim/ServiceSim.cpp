@@ -67,6 +67,7 @@ SimServiceC* service(const UniqueServiceHandle& handle)
 
 void UniqueServiceHandle::reset(void* handle)
 {
+    const LastErrorKeeperC keeper;
     delete static_cast<SimServiceC*>(m_handle);
     m_handle = handle;
 }

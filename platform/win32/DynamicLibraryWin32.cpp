@@ -1,11 +1,13 @@
 #include <windows.h>
 
 #include "platform/DynamicLibrary.h"
+#include "platform/WinError.h"
 
 namespace platform {
 
 void UniqueModule::reset(void* module)
 {
+    const LastErrorKeeperC keeper;
     if (m_module != nullptr) FreeLibrary(static_cast<HMODULE>(m_module));
     m_module = module;
 }

@@ -8,6 +8,7 @@ namespace platform {
 
 void UniqueRegKey::reset(void* key)
 {
+    const LastErrorKeeperC keeper;
     if (m_key != nullptr) RegCloseKey(static_cast<HKEY>(m_key));
     m_key = key;
 }

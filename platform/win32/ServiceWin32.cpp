@@ -1,11 +1,13 @@
 #include <windows.h>
 
 #include "platform/Service.h"
+#include "platform/WinError.h"
 
 namespace platform {
 
 void UniqueServiceHandle::reset(void* handle)
 {
+    const LastErrorKeeperC keeper;
     if (m_handle != nullptr) CloseServiceHandle(static_cast<SC_HANDLE>(m_handle));
     m_handle = handle;
 }

@@ -16,7 +16,9 @@ public:
     explicit DeviceInfoSetC(HDEVINFO set) : m_set(set) {}
     ~DeviceInfoSetC()
     {
+        const DWORD error = GetLastError();
         if (m_set != INVALID_HANDLE_VALUE) SetupDiDestroyDeviceInfoList(m_set);
+        SetLastError(error);
     }
     DeviceInfoSetC(const DeviceInfoSetC&) = delete;
     DeviceInfoSetC& operator=(const DeviceInfoSetC&) = delete;

@@ -9,6 +9,7 @@
 
 #include "app/Log.h"
 #include "platform/FileSystem.h"
+#include "platform/WinError.h"
 #include "support/TestEnvironment.h"
 
 namespace halvern::test {
@@ -93,6 +94,27 @@ TEST_F(LogTest, ReadOnlyBackupLeavesItInPlaceAndTruncatesTheLog)
     EXPECT_THAT(logMessages(), ElementsAre("new file starts here"));
 
     platform::setFileAttributes(L"D:\\logs\\Halvern.log.old", platform::kFileAttributeNormal);
+}
+
+TEST_F(LogTest, ALineLeavesTheCallersLastErrorAsItFoundIt)
+{
+    // Whatever the log meets on the way (a new file, an existing one, a rollover, no folder at all), the
+    // caller reads the error of its own failed call after logging it.
+    const auto logKeeps = [](std::uint32_t error, const char* line) {
+        platform::setLastError(error);
+        WriteLog("%s", line);
+        return platform::lastError();
+    };
+    EXPECT_EQ(logKeeps(platform::kErrorIoPending, "creates the file"), platform::kErrorIoPending);
+    EXPECT_EQ(logKeeps(platform::kErrorBrokenPipe, "appends to the existing file"), platform::kErrorBrokenPipe);
+    EXPECT_EQ(logKeeps(platform::kErrorSuccess, "appends once more"), platform::kErrorSuccess);
+    ASSERT_TRUE(writeWholeFile(kLogFilePath, std::string(0x200001, 'e')));
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(logKeeps(platform::kErrorPipeBusy, "after the rollover"), platform::kErrorPipeBusy);
+    std::error_code ignored;
+    std::filesystem::remove_all(platform::nativePath("D:\\logs"), ignored);
+    EXPECT_EQ(logKeeps(platform::kErrorNoData, "lost"), platform::kErrorNoData);
+    testing::internal::GetCapturedStdout();
 }
 
 TEST_F(LogTest, MissingLogFolderLosesTheMessageAndSaysSoOnStdout)
