@@ -11,6 +11,9 @@ namespace platform {
 constexpr const wchar_t* kSeTimeZonePrivilege = L"SeTimeZonePrivilege";
 constexpr const wchar_t* kSeSystemtimePrivilege = L"SeSystemtimePrivilege";
 
+// Whether the process token holds `privilege` enabled at this moment.
+bool privilegeEnabled(const wchar_t* privilege);
+
 class PrivilegeScopeC {
 public:
     explicit PrivilegeScopeC(const wchar_t* privilege);

@@ -24,8 +24,8 @@ using FileTime = std::uint64_t;
 // GetLocalTime / GetSystemTime.
 SystemTime localTime();
 SystemTime systemTime();
-// SetSystemTime / SetLocalTime: false with the last error set. Both need SeSystemtimePrivilege in the
-// process token, which they enable for the call themselves.
+// SetSystemTime / SetLocalTime: false with the last error set. Both need SeSystemtimePrivilege enabled by
+// the caller (else ERROR_PRIVILEGE_NOT_HELD), on both platforms.
 bool setSystemTime(const SystemTime& time);
 bool setLocalTime(const SystemTime& time);
 // SystemTimeToFileTime / FileTimeToSystemTime: a field out of range (or a FILETIME above 0x7FFF...) fails

@@ -135,7 +135,7 @@ bool SysManagerC::GetRtcSystemTime()
         if (!SetWindowsTimeZoneInfo(defaults))
             WriteLog("[%s] [ERROR]: Failed to set the default time zone and daylight saving status. Error:%d", function,
                      lastErrorCode());
-        const bool set = platform::setSystemTime(rtcTime);
+        const bool set = halvern::time::setSystemClock(rtcTime);
         WriteLog("[%s] Halvern: The offset failed to be retrieved from the corresponding file.", function);
         WriteLog(
             "The UTC time is set according to the I2C RTC time, the time zone and daylight saving status are set "

@@ -22,6 +22,10 @@ constexpr int kCopyError = 34;
 // strcpy_s into the 256 characters of the record: false (and an empty field) when the name does not fit.
 bool copyTimeZoneId(const std::string& name, char (&field)[256]);
 
+// SetSystemTime (or SetLocalTime) with SeSystemtimePrivilege enabled for the call only; false with the last
+// error set.
+bool setSystemClock(const platform::SystemTime& time, bool local = false);
+
 // The record's date and time fields from a SYSTEMTIME (month from 0, years since 1900).
 WindowsTimeInfo timeInfoFrom(const platform::SystemTime& time);
 

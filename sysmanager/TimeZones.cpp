@@ -91,6 +91,12 @@ WindowsTimeInfo timeInfoFrom(const platform::SystemTime& time)
     return info;
 }
 
+bool setSystemClock(const platform::SystemTime& time, bool local)
+{
+    const platform::PrivilegeScopeC privilege(platform::kSeSystemtimePrivilege);
+    return local ? platform::setLocalTime(time) : platform::setSystemTime(time);
+}
+
 }  // namespace halvern::time
 
 bool SysManagerC::GetTzDisplayWndKeyAndStdName(const std::wstring& standardName, TimeZoneDescription& zone)
@@ -206,7 +212,9 @@ bool SysManagerC::SetWindowsTimeZoneInfo(const WindowsTimeInfo& info)
     }
     WriteLog("The time zone (standard) name was set successfully.");
     WriteLog("Set Daylight Time Saving status : %s", info.daylightSavingDisabled ? "disabled" : "enabled");
-    platform::setSystemTime(utc);
+    if (!halvern::time::setSystemClock(utc))
+        WriteLog("[%s] [ERROR]: Failed to put the UTC time back after the time zone change. Error:%d", function,
+                 lastErrorCode());
     return true;
 }
 
@@ -226,8 +234,7 @@ bool SysManagerC::SetWindowsDateTime(const WindowsTimeInfo& info, bool local)
         time.hour = static_cast<std::uint16_t>(info.tm_hour);
         time.minute = static_cast<std::uint16_t>(info.tm_min);
         time.second = static_cast<std::uint16_t>(info.tm_sec);
-        const platform::PrivilegeScopeC privilege(platform::kSeSystemtimePrivilege);
-        set = local ? platform::setLocalTime(time) : platform::setSystemTime(time);
+        set = halvern::time::setSystemClock(time, local);
     } else {
         platform::setLastError(platform::kErrorInvalidParameter);
     }

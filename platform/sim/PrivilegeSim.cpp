@@ -5,7 +5,6 @@
 
 #include "platform/Privilege.h"
 #include "platform/WinError.h"
-#include "platform/sim/SimClock.h"
 
 namespace platform {
 
@@ -30,15 +29,11 @@ bool known(const wchar_t* privilege)
 
 }  // namespace
 
-namespace sim {
-
 bool privilegeEnabled(const wchar_t* privilege)
 {
     std::lock_guard<std::mutex> guard(g_lock);
     return g_enabled.count(privilege) != 0;
 }
-
-}  // namespace sim
 
 PrivilegeScopeC::PrivilegeScopeC(const wchar_t* privilege) : m_privilege(privilege)
 {

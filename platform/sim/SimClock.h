@@ -23,7 +23,8 @@ FileTime utcToLocal(const DynamicTimeZoneInformation& zone, FileTime utc);
 FileTime localToUtc(const DynamicTimeZoneInformation& zone, FileTime local);
 bool isDaylightTime(const DynamicTimeZoneInformation& zone, FileTime utc);
 
-// Whether the process has enabled `privilege` (PrivilegeScopeC) at this moment.
-bool privilegeEnabled(const wchar_t* privilege);
+// The clock sets refused so far because the caller had not enabled SeSystemtimePrivilege: a caller that
+// forgets it shows here even where it does not report its failure.
+unsigned clockSetsRefusedForPrivilege();
 
 }  // namespace platform::sim

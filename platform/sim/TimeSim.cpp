@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cwchar>
@@ -333,16 +334,37 @@ bool setVirtualUtc(FileTime utc)
     return true;
 }
 
+std::atomic<unsigned> g_clockSetsRefusedForPrivilege{0};
+
+// Windows holds SeSystemtimePrivilege disabled until the caller enables it; the instrument's clock asks
+// for it as the real one does, so a caller that forgets it fails here as it would there.
+bool systemtimePrivilegeHeld()
+{
+    if (privilegeEnabled(kSeSystemtimePrivilege)) return true;
+    ++g_clockSetsRefusedForPrivilege;
+    setLastError(kErrorPrivilegeNotHeld);
+    return false;
+}
+
 }  // namespace
+
+namespace sim {
+unsigned clockSetsRefusedForPrivilege()
+{
+    return g_clockSetsRefusedForPrivilege.load();
+}
+}  // namespace sim
 
 bool setSystemTime(const SystemTime& time)
 {
+    if (!systemtimePrivilegeHeld()) return false;
     FileTime utc = 0;
     return systemTimeToFileTime(time, utc) && setVirtualUtc(utc);
 }
 
 bool setLocalTime(const SystemTime& time)
 {
+    if (!systemtimePrivilegeHeld()) return false;
     FileTime local = 0;
     return systemTimeToFileTime(time, local) && setVirtualUtc(sim::localToUtc(sim::loadTimeZone(sim::root()), local));
 }
@@ -356,7 +378,7 @@ std::uint32_t getDynamicTimeZoneInformation(DynamicTimeZoneInformation& info)
 
 bool setDynamicTimeZoneInformation(const DynamicTimeZoneInformation& info)
 {
-    if (!sim::privilegeEnabled(kSeTimeZonePrivilege)) {
+    if (!privilegeEnabled(kSeTimeZonePrivilege)) {
         setLastError(kErrorPrivilegeNotHeld);
         return false;
     }

@@ -22,6 +22,19 @@ bool adjust(HANDLE token, const LUID& luid, bool enable)
 
 }  // namespace
 
+bool privilegeEnabled(const wchar_t* privilege)
+{
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return false;
+    const UniqueHandle owner(token);
+    PRIVILEGE_SET set{};
+    set.PrivilegeCount = 1;
+    set.Control = PRIVILEGE_SET_ALL_NECESSARY;
+    if (!LookupPrivilegeValueW(nullptr, privilege, &set.Privilege[0].Luid)) return false;
+    BOOL enabled = FALSE;
+    return PrivilegeCheck(token, &set, &enabled) && enabled;
+}
+
 PrivilegeScopeC::PrivilegeScopeC(const wchar_t* privilege) : m_privilege(privilege)
 {
     HANDLE token = nullptr;

@@ -2,6 +2,7 @@
 
 #include <cwchar>
 
+#include "platform/Privilege.h"
 #include "platform/Time.h"
 
 namespace platform {
@@ -51,6 +52,15 @@ bool refusedUnderWine()
     return true;
 }
 
+// Windows refuses a clock change unless the caller enabled SeSystemtimePrivilege; Wine does not ask for it.
+// Asking here as well makes a caller that forgot it fail under Wine as it would on the instrument.
+bool systemtimePrivilegeHeld()
+{
+    if (privilegeEnabled(kSeSystemtimePrivilege)) return true;
+    SetLastError(ERROR_PRIVILEGE_NOT_HELD);
+    return false;
+}
+
 }  // namespace
 
 SystemTime localTime()
@@ -69,14 +79,14 @@ SystemTime systemTime()
 
 bool setSystemTime(const SystemTime& time)
 {
-    if (refusedUnderWine()) return false;
+    if (!systemtimePrivilegeHeld() || refusedUnderWine()) return false;
     const SYSTEMTIME st = toWindows(time);
     return SetSystemTime(&st) != FALSE;
 }
 
 bool setLocalTime(const SystemTime& time)
 {
-    if (refusedUnderWine()) return false;
+    if (!systemtimePrivilegeHeld() || refusedUnderWine()) return false;
     const SYSTEMTIME st = toWindows(time);
     return SetLocalTime(&st) != FALSE;
 }

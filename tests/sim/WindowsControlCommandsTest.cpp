@@ -2,6 +2,7 @@
 // write filter is switched, a service is stopped.
 #include <gtest/gtest.h>
 
+#include "platform/Privilege.h"
 #include "platform/Service.h"
 #include "platform/Time.h"
 #include "platform/sim/SimWriteFilter.h"
@@ -29,7 +30,10 @@ protected:
 
 TEST_F(WindowsControlCommandsTest, TheClockShowsTheInstrumentsTimeAndZone)
 {
-    ASSERT_TRUE(platform::setSystemTime(platform::SystemTime{2031, 6, 0, 15, 12, 0, 0, 0}));
+    {
+        const platform::PrivilegeScopeC privilege(platform::kSeSystemtimePrivilege);
+        ASSERT_TRUE(platform::setSystemTime(platform::SystemTime{2031, 6, 0, 15, 12, 0, 0, 0}));
+    }
     const std::string reply = m_commands.execute("clock get");
     EXPECT_EQ(reply.rfind("OK utc 2031-06-15 12:00:", 0), 0u) << reply;
     EXPECT_NE(reply.find(" zone UTC"), std::string::npos) << "a fresh instrument runs on UTC: " << reply;

@@ -16,6 +16,9 @@ namespace halvern::test {
 void prepareInstrument();
 // Removes what prepareInstrument() made.
 void releaseInstrument();
+// Whether setting the clock reaches a clock: the simulated instrument's does; under Wine the call is refused,
+// since the clock there is the machine's running the tests.
+bool clockCanBeSet();
 
 // The log's messages without their time stamps, in file order.
 std::vector<std::string> logMessages(const char* windowsPath = "D:\\logs\\Halvern.log");

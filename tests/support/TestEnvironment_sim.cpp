@@ -51,6 +51,11 @@ void prepareInstrument()
     setenv("HALVERN_SEP_PORT_55558", "0", 0);
 }
 
+bool clockCanBeSet()
+{
+    return true;
+}
+
 void releaseInstrument()
 {
     if (g_root.empty()) return;

@@ -28,4 +28,9 @@ void releaseInstrument()
     prepareInstrument();
 }
 
+bool clockCanBeSet()
+{
+    return false;
+}
+
 }  // namespace halvern::test

@@ -109,7 +109,7 @@ TEST_F(SimClockTest, TheZoneChangesOnlyWithThePrivilegeAndNeverMovesUtc)
         ASSERT_TRUE(privilege.enabled());
         ASSERT_TRUE(platform::setDynamicTimeZoneInformation(tokyo));
     }
-    EXPECT_FALSE(platform::sim::privilegeEnabled(platform::kSeTimeZonePrivilege));
+    EXPECT_FALSE(platform::privilegeEnabled(platform::kSeTimeZonePrivilege));
     EXPECT_NEAR(unixSeconds(platform::systemTime()), unixSeconds(before), kSameTimeSeconds);
     EXPECT_NEAR(unixSeconds(platform::localTime()), unixSeconds(before) + 9 * 3600, kSameTimeSeconds);
     platform::DynamicTimeZoneInformation current;
@@ -125,7 +125,10 @@ TEST_F(SimClockTest, TheLogIsStampedWithTheInstrumentsLocalTime)
         const platform::PrivilegeScopeC privilege(platform::kSeTimeZonePrivilege);
         ASSERT_TRUE(platform::setDynamicTimeZoneInformation(zoneNamed(L"W. Europe Standard Time")));
     }
-    ASSERT_TRUE(platform::setSystemTime(platform::SystemTime{2031, 6, 0, 15, 12, 0, 0, 0}));
+    {
+        const platform::PrivilegeScopeC privilege(platform::kSeSystemtimePrivilege);
+        ASSERT_TRUE(platform::setSystemTime(platform::SystemTime{2031, 6, 0, 15, 12, 0, 0, 0}));
+    }
     WriteLog("stamped");
     const std::string log = readWholeFile(halvern::kLogFilePath);
     EXPECT_NE(log.find("2031-06-15 14:0"), std::string::npos) << log;

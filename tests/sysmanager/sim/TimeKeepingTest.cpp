@@ -67,7 +67,11 @@ protected:
 TEST_F(TimeKeepingTest, AStartWithoutOffsetFileTakesTheRtcAsUtcInTheDefaultZone)
 {
     setUtc(unixSeconds(2031, 5, 5, 5, 5, 5));
+    const unsigned refusedBefore = platform::sim::clockSetsRefusedForPrivilege();
     HwRelatedInit();
+    EXPECT_EQ(platform::sim::clockSetsRefusedForPrivilege(), refusedBefore)
+        << "SeSystemtimePrivilege held for the call";
+    EXPECT_FALSE(platform::privilegeEnabled(platform::kSeSystemtimePrivilege)) << "and only for it";
     EXPECT_NEAR(utcNow(), kRtcTime, kSameTimeSeconds);
     EXPECT_EQ(zoneKey(), "W. Europe Standard Time");
     EXPECT_FALSE(zone().dynamicDaylightTimeDisabled);
@@ -147,10 +151,16 @@ TEST_F(TimeKeepingTest, ChangingTheZoneLeavesUtcWhereItWas)
 {
     const std::int64_t utc = unixSeconds(2025, 7, 1, 10, 0, 0);
     setUtc(utc);
+    const unsigned refusedBefore = platform::sim::clockSetsRefusedForPrivilege();
     ASSERT_TRUE(manager().SetWindowsTimeZoneInfo(localTimeInfo(1900, 1, 1, 0, 0, "AUS Eastern Standard Time", false)));
+    EXPECT_EQ(platform::sim::clockSetsRefusedForPrivilege(), refusedBefore)
+        << "the UTC time is put back with SeSystemtimePrivilege held";
+    EXPECT_THAT(logMessages(), Not(Contains(StartsWith("[SysManagerC::SetWindowsTimeZoneInfo] [ERROR]: Failed to put "
+                                                       "the UTC time back"))));
+    EXPECT_FALSE(platform::privilegeEnabled(platform::kSeSystemtimePrivilege));
     EXPECT_NEAR(utcNow(), utc, kSameTimeSeconds);
     EXPECT_NEAR(localNow(), utc + 10 * 3600, kSameTimeSeconds) << "July is winter in Sydney";
-    EXPECT_FALSE(platform::sim::privilegeEnabled(platform::kSeTimeZonePrivilege)) << "enabled only for the call";
+    EXPECT_FALSE(platform::privilegeEnabled(platform::kSeTimeZonePrivilege)) << "enabled only for the call";
 
     EXPECT_FALSE(manager().SetWindowsTimeZoneInfo(localTimeInfo(1900, 1, 1, 0, 0, "Atlantis Standard Time", false)));
     EXPECT_EQ(zoneKey(), "AUS Eastern Standard Time");

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/Calendar.h"
+#include "platform/Privilege.h"
 #include "platform/Text.h"
 #include "platform/Time.h"
 #include "platform/sim/SimClock.h"
@@ -74,6 +75,7 @@ protected:
         time.hour = static_cast<std::uint16_t>(unixTime % 86400 / 3600);
         time.minute = static_cast<std::uint16_t>(unixTime % 3600 / 60);
         time.second = static_cast<std::uint16_t>(unixTime % 60);
+        const platform::PrivilegeScopeC privilege(platform::kSeSystemtimePrivilege);
         ASSERT_TRUE(platform::setSystemTime(time));
     }
 
