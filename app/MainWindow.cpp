@@ -6,6 +6,7 @@
 #include "app/resource.h"
 #include "efi/EFIServiceIPCBasicCommand.h"
 #include "platform/Clock.h"
+#include "platform/WinError.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sysmanager/SysManagerC.h"
 
@@ -26,8 +27,6 @@ constexpr std::uint32_t kShutdownNoticeExtraSeconds = 16;
 constexpr int kLedOff = 0;
 constexpr int kLedOn = 3;
 constexpr int kLedBlink = 5;
-constexpr platform::WParam kDeviceArrival = 0x8000;
-constexpr platform::WParam kDeviceRemoveComplete = 0x8004;
 
 constexpr int kPassesBeforeTimer = 15;
 constexpr int kSecondsNotStarted = 60;
@@ -243,6 +242,15 @@ platform::WindowHandle InitInstance(const std::wstring& title, const std::wstrin
     return window;
 }
 
+platform::UniqueDeviceNotification RegisterUsbDeviceNotification(platform::WindowHandle window)
+{
+    platform::UniqueDeviceNotification notification = platform::registerUsbDeviceNotification(window);
+    if (!notification)
+        WriteLog("[%s] [ERROR]: Failed to register for USB device notifications, ERROR(%d)",
+                 "RegisterUsbDeviceNotification", static_cast<int>(platform::lastError()));
+    return notification;
+}
+
 // The overlay watch saw the write filter's overlay reach a state; clients hear it with the overlay's
 // figures, or with zeros when these cannot be read.
 static void onOverlayState(std::int32_t state)
@@ -290,11 +298,11 @@ platform::LResult WndProc(platform::WindowHandle window, std::uint32_t message, 
             if (wParam == SHUTDOWN_TIMER1) onShutdownTimer(window);
             return 0;
         case platform::wm::DeviceChange:
-            if (wParam == kDeviceArrival) {
+            if (wParam == platform::kDbtDeviceArrival) {
                 SysManagerC::Instance()->RefreshUsbDevices(true);
                 HalvernSepImpl::raiseUsbDeviceAttachNotif(true);
             }
-            if (wParam == kDeviceRemoveComplete) {
+            if (wParam == platform::kDbtDeviceRemoveComplete) {
                 SysManagerC::Instance()->RefreshUsbDevices(false);
                 HalvernSepImpl::raiseUsbDeviceAttachNotif(false);
             }

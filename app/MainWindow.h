@@ -28,6 +28,9 @@ namespace halvern {
 bool MyRegisterClass(const std::wstring& windowClass);
 // Creates the hidden main window; a null handle on failure.
 platform::WindowHandle InitInstance(const std::wstring& title, const std::wstring& windowClass);
+// Registers the window for arrival and removal of every USB device, not only of volumes; logged when it fails.
+// The window hears them for as long as the owner lives.
+platform::UniqueDeviceNotification RegisterUsbDeviceNotification(platform::WindowHandle window);
 
 platform::LResult WndProc(platform::WindowHandle window, std::uint32_t message, platform::WParam wParam,
                           platform::LParam lParam);

@@ -158,6 +158,7 @@ int wWinMain(const std::vector<std::wstring>& arguments)
     manager->SetBackendToFrontendDelay(settings.backendToFrontendDelay);
     manager->SetAllowMxApplicationStartup(settings.allowMxApplicationStartup);
     manager->SetMainWindow(window);
+    const platform::UniqueDeviceNotification usbNotification = RegisterUsbDeviceNotification(window);
     // The USB device list as it is now, then kept by the device changes; the overlay watch posts to the
     // window it was given.
     manager->RefreshUsbDevices(false);

@@ -105,6 +105,46 @@ AcceleratorTable loadAccelerators(unsigned id);
 // TranslateAcceleratorW: true when the message was a key of the table and has been handled.
 bool translateAccelerator(WindowHandle window, const AcceleratorTable& table, const Message& message);
 
+// WM_DEVICECHANGE's events (wParam) that Halvern acts on.
+constexpr WParam kDbtDeviceArrival = 0x8000;
+constexpr WParam kDbtDeviceRemoveComplete = 0x8004;
+
+// Windows tells every top-level window about volumes coming and going, and about other devices only a window
+// that registered for their device interface (RegisterDeviceNotificationW). The owner of such a registration
+// unregisters it (UnregisterDeviceNotification) when it ends. On the simulation platform a registration is an
+// endpoint in the sim root, "sim/usb/notify/", to which the simulated instrument sends its USB bus changes;
+// they reach the window as WM_DEVICECHANGE with the events above (lParam 0).
+class UniqueDeviceNotification {
+public:
+    UniqueDeviceNotification() = default;
+    explicit UniqueDeviceNotification(void* value) : m_value(value) {}
+    UniqueDeviceNotification(const UniqueDeviceNotification&) = delete;
+    UniqueDeviceNotification& operator=(const UniqueDeviceNotification&) = delete;
+    UniqueDeviceNotification(UniqueDeviceNotification&& other) noexcept : m_value(other.m_value)
+    {
+        other.m_value = nullptr;
+    }
+    UniqueDeviceNotification& operator=(UniqueDeviceNotification&& other) noexcept
+    {
+        if (this != &other) {
+            reset(other.m_value);
+            other.m_value = nullptr;
+        }
+        return *this;
+    }
+    ~UniqueDeviceNotification() { reset(); }
+
+    explicit operator bool() const { return m_value != nullptr; }
+    void reset(void* value = nullptr);
+
+private:
+    void* m_value = nullptr;
+};
+
+// Registers `window` for arrival and removal of devices of the USB device interface
+// (GUID_DEVINTERFACE_USB_DEVICE); an empty owner with the last error set on failure.
+UniqueDeviceNotification registerUsbDeviceNotification(WindowHandle window);
+
 // A console or session asking the program to end (Ctrl-C, SIGTERM on the host) reaches this window as
 // WM_CLOSE; a request that comes before the window exists is delivered when it is set.
 void forwardCloseRequestsTo(WindowHandle window);

@@ -26,6 +26,14 @@ constexpr std::uint16_t kSimStickVendorId = 0x0781;
 constexpr std::uint16_t kSimStickProductId = 0x5567;
 
 std::string usbBusPath(const std::string& root);
+// The endpoints of the windows registered for USB device notifications: one Unix datagram socket each, named
+// "PID.N", taking the words "arrival" and "removal".
+std::string usbNotifyFolder(const std::string& root);
+constexpr const char* kUsbArrivalWord = "arrival";
+constexpr const char* kUsbRemovalWord = "removal";
+// Tells every registered window that a USB device came or went; an endpoint whose process has gone is
+// removed. Answers how many windows were told. Never waits for a window's process.
+int notifyUsbDeviceChange(const std::string& root, bool arrival);
 std::string usbResetsPath(const std::string& root);
 // A missing bus file is an empty bus; false only when a line cannot be read.
 bool loadUsbBus(const std::string& root, std::vector<SimUsbDeviceT>& devices);

@@ -1,6 +1,12 @@
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -16,6 +22,36 @@ namespace platform::sim {
 std::string usbBusPath(const std::string& root)
 {
     return root + "/sim/usb/devices";
+}
+
+std::string usbNotifyFolder(const std::string& root)
+{
+    return root + "/sim/usb/notify";
+}
+
+int notifyUsbDeviceChange(const std::string& root, bool arrival)
+{
+    const std::string word = arrival ? kUsbArrivalWord : kUsbRemovalWord;
+    int told = 0;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(usbNotifyFolder(root), error)) {
+        const std::string path = entry.path().string();
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        if (path.size() >= sizeof address.sun_path) continue;
+        std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+        const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        if (fd < 0) break;
+        const ssize_t sent = ::sendto(fd, word.data(), word.size(), MSG_DONTWAIT,
+                                      reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        const int sendError = errno;
+        ::close(fd);
+        if (sent == static_cast<ssize_t>(word.size()))
+            ++told;
+        else if (sendError == ECONNREFUSED)
+            std::filesystem::remove(entry.path(), error);
+    }
+    return told;
 }
 
 std::string usbResetsPath(const std::string& root)

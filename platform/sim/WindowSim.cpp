@@ -1,13 +1,23 @@
 // Windows and message queues of the simulation platform, with the Win32 rules Halvern relies on: a window
 // belongs to the thread that created it, posted messages wait in that thread's queue, WM_QUIT comes only
 // when nothing else is queued, and WM_TIMER is made when the queue is idle and a timer is due.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <condition_variable>
+#include <cstring>
 #include <cwctype>
 #include <deque>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -16,6 +26,8 @@
 #include "platform/Text.h"
 #include "platform/WinError.h"
 #include "platform/Window.h"
+#include "platform/sim/SimRoot.h"
+#include "platform/sim/SimUsbBus.h"
 
 namespace platform {
 
@@ -323,6 +335,104 @@ AcceleratorTable loadAccelerators(unsigned id)
 bool translateAccelerator(WindowHandle, const AcceleratorTable&, const Message&)
 {
     return false;
+}
+
+namespace {
+
+// A window's registration for USB device notifications: the endpoint the simulated instrument sends its bus
+// changes to, and the thread that turns each into WM_DEVICECHANGE posted to the window.
+class UsbNotificationEndpointC {
+    // The owner's end wakes the thread through its pipe; the slice only bounds each single wait.
+    static constexpr int kReceiveSliceMs = 1000;
+
+public:
+    // Null with the last error set when the endpoint cannot be made.
+    static UsbNotificationEndpointC* open(WindowHandle window)
+    {
+        if (!isWindow(window)) {
+            setLastError(kErrorInvalidWindowHandle);
+            return nullptr;
+        }
+        static std::atomic<unsigned> s_sequence{0};
+        const std::string root = sim::root();
+        const std::string folder = sim::usbNotifyFolder(root);
+        const std::string path = folder + "/" + std::to_string(::getpid()) + "." + std::to_string(++s_sequence);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        if (root.empty() || path.size() >= sizeof address.sun_path || !sim::makeDirectories(folder)) {
+            setLastError(kErrorPathNotFound);
+            return nullptr;
+        }
+        std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+        ::unlink(path.c_str());
+        auto endpoint = std::unique_ptr<UsbNotificationEndpointC>(new UsbNotificationEndpointC(window, path));
+        endpoint->m_socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        if (endpoint->m_socket < 0 || ::pipe2(endpoint->m_wake, O_CLOEXEC) != 0 ||
+            ::bind(endpoint->m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            setLastError(kErrorAccessDenied);
+            return nullptr;
+        }
+        endpoint->m_thread = std::thread([raw = endpoint.get()] { raw->receive(); });
+        return endpoint.release();
+    }
+
+    ~UsbNotificationEndpointC()
+    {
+        if (m_thread.joinable()) {
+            const char stop = 0;
+            while (::write(m_wake[1], &stop, 1) < 0 && errno == EINTR) {
+            }
+            m_thread.join();
+        }
+        for (int fd : {m_socket, m_wake[0], m_wake[1]})
+            if (fd >= 0) ::close(fd);
+        ::unlink(m_path.c_str());
+    }
+    UsbNotificationEndpointC(const UsbNotificationEndpointC&) = delete;
+    UsbNotificationEndpointC& operator=(const UsbNotificationEndpointC&) = delete;
+
+private:
+    UsbNotificationEndpointC(WindowHandle window, std::string path) : m_window(window), m_path(std::move(path)) {}
+
+    void receive()
+    {
+        for (;;) {
+            pollfd fds[2] = {{m_socket, POLLIN, 0}, {m_wake[0], POLLIN, 0}};
+            const int ready = ::poll(fds, 2, kReceiveSliceMs);
+            if (ready < 0 && errno != EINTR) return;
+            if (ready <= 0) continue;
+            if (fds[1].revents != 0) return;
+            char word[16] = {};
+            const ssize_t got = ::recv(m_socket, word, sizeof word - 1, 0);
+            if (got <= 0) continue;
+            if (std::strcmp(word, sim::kUsbArrivalWord) == 0)
+                postMessage(m_window, wm::DeviceChange, kDbtDeviceArrival, 0);
+            else if (std::strcmp(word, sim::kUsbRemovalWord) == 0)
+                postMessage(m_window, wm::DeviceChange, kDbtDeviceRemoveComplete, 0);
+        }
+    }
+
+    WindowHandle m_window;
+    std::string m_path;
+    int m_socket = -1;
+    int m_wake[2] = {-1, -1};
+    std::thread m_thread;
+};
+
+}  // namespace
+
+void UniqueDeviceNotification::reset(void* value)
+{
+    if (m_value != nullptr) {
+        const LastErrorKeeperC keeper;
+        delete static_cast<UsbNotificationEndpointC*>(m_value);
+    }
+    m_value = value;
+}
+
+UniqueDeviceNotification registerUsbDeviceNotification(WindowHandle window)
+{
+    return UniqueDeviceNotification(UsbNotificationEndpointC::open(window));
 }
 
 void forwardCloseRequestsTo(WindowHandle window)

@@ -11,13 +11,12 @@
 
 #include "platform/Usb.h"
 #include "platform/win32/SetupApiSupport.h"
+#include "platform/win32/UsbDeviceInterface.h"
 
 namespace platform {
 
 namespace {
 
-// GUID_DEVINTERFACE_USB_DEVICE {A5DCBF10-6530-11D2-901F-00C04FB951ED}
-const GUID kUsbDeviceInterface = {0xA5DCBF10, 0x6530, 0x11D2, {0x90, 0x1F, 0x00, 0xC0, 0x4F, 0xB9, 0x51, 0xED}};
 // DEVPKEY_Device_DevNodeStatus and DEVPKEY_Device_ProblemCode.
 const DEVPROPKEY kDevNodeStatus = {{0x4340A6C5, 0x93FA, 0x4706, {0x97, 0x2C, 0x7B, 0x64, 0x80, 0x08, 0xA5, 0xA7}}, 2};
 const DEVPROPKEY kProblemCode = {{0x4340A6C5, 0x93FA, 0x4706, {0x97, 0x2C, 0x7B, 0x64, 0x80, 0x08, 0xA5, 0xA7}}, 3};
@@ -27,7 +26,7 @@ constexpr ULONG kDnHasProblem = 0x00000400;
 // The present USB devices.
 HDEVINFO presentUsbDevices()
 {
-    return SetupDiGetClassDevsW(&kUsbDeviceInterface, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
+    return SetupDiGetClassDevsW(&win32::kUsbDeviceInterface, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
 }
 
 std::wstring upper(std::wstring text)

@@ -1,10 +1,14 @@
 #include <windows.h>
+// dbt.h after windows.h: it builds on its types.
+#include <dbt.h>
 
 #include <climits>
 #include <map>
 #include <mutex>
 
+#include "platform/WinError.h"
 #include "platform/Window.h"
+#include "platform/win32/UsbDeviceInterface.h"
 
 namespace platform {
 
@@ -221,6 +225,24 @@ bool translateAccelerator(WindowHandle window, const AcceleratorTable& table, co
     if (!table) return false;
     MSG msg = toMsg(message);
     return TranslateAcceleratorW(toHwnd(window), static_cast<HACCEL>(table.get()), &msg) != 0;
+}
+
+void UniqueDeviceNotification::reset(void* value)
+{
+    if (m_value != nullptr) {
+        const LastErrorKeeperC keeper;
+        UnregisterDeviceNotification(static_cast<HDEVNOTIFY>(m_value));
+    }
+    m_value = value;
+}
+
+UniqueDeviceNotification registerUsbDeviceNotification(WindowHandle window)
+{
+    DEV_BROADCAST_DEVICEINTERFACE_W filter{};
+    filter.dbcc_size = sizeof filter;
+    filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
+    filter.dbcc_classguid = win32::kUsbDeviceInterface;
+    return UniqueDeviceNotification(RegisterDeviceNotificationW(toHwnd(window), &filter, DEVICE_NOTIFY_WINDOW_HANDLE));
 }
 
 void forwardCloseRequestsTo(WindowHandle)

@@ -2,12 +2,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
 #include <future>
 #include <thread>
 
 #include "app/StartUp.h"
 #include "platform/Sync.h"
 #include "platform/sim/SimRegistry.h"
+#include "platform/sim/SimUsbBus.h"
 #include "sim/standin/StandInInstall.h"
 #include "support/FirmwareUpdaterSupport.h"
 #include "support/TestEnvironment.h"
@@ -64,6 +67,50 @@ TEST_F(WinMainTest, StartsRefusesASecondInstanceAndEndsOnCloseRequest)
         << ::testing::PrintToString(messages);
     EXPECT_EQ(std::count(messages.begin(), messages.end(), "[SysManagerC::DestroyInstance]"), 1)
         << "the instance is torn down once";
+}
+
+// Polls the log every 50 ms for at most 30 s for `line` among the messages after the first `from`.
+bool logGets(const std::string& line, int from = 0)
+{
+    for (int step = 0; step < 600; ++step) {
+        if (findMessage(logMessages(), line, from) >= 0) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+}
+
+int logLength()
+{
+    return static_cast<int>(logMessages().size());
+}
+
+TEST_F(WinMainTest, TheRunningWindowHearsEveryUsbDeviceComeAndGoUntilItEnds)
+{
+    const std::string root = platform::sim::root();
+    auto run = std::async(std::launch::async, [] { return wWinMain({L"halvern", L"-noupdate"}); });
+    const bool started = logGets("InitInstance done!");
+    EXPECT_TRUE(started);
+
+    // Not a volume: Windows tells only the windows registered for the USB device interface.
+    platform::sim::SimUsbDeviceT device;
+    device.vendorId = 0x046D;
+    device.productId = 0xC52B;
+    device.port = 3;
+    ASSERT_TRUE(platform::sim::saveUsbBus(root, {device}));
+    int from = logLength();
+    EXPECT_EQ(platform::sim::notifyUsbDeviceChange(root, true), started ? 1 : 0) << "one window registered";
+    EXPECT_TRUE(logGets("[SysManagerC::RefreshUsbDevices]: 1 USB devices, 1 enumerated", from));
+    ASSERT_TRUE(platform::sim::saveUsbBus(root, {}));
+    from = logLength();
+    platform::sim::notifyUsbDeviceChange(root, false);
+    EXPECT_TRUE(logGets("[SysManagerC::RefreshUsbDevices]: 0 USB devices, 0 enumerated", from));
+
+    platform::sim::requestClose();
+    EXPECT_EQ(run.wait_for(std::chrono::seconds(60)), std::future_status::ready);
+    EXPECT_EQ(run.get(), 0);
+    EXPECT_EQ(platform::sim::notifyUsbDeviceChange(root, true), 0) << "the registration ends with the program";
+    std::error_code error;
+    EXPECT_TRUE(std::filesystem::is_empty(platform::sim::usbNotifyFolder(root), error)) << error.message();
 }
 
 TEST_F(WinMainTest, AProductionInstrumentWithAFailedComponentEndsTheStartWithMinusOne)
