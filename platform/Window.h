@@ -145,6 +145,13 @@ private:
 // (GUID_DEVINTERFACE_USB_DEVICE); an empty owner with the last error set on failure.
 UniqueDeviceNotification registerUsbDeviceNotification(WindowHandle window);
 
+// Sends WM_DEVICECHANGE with `event` to `window` as the system does when a device of the USB device interface
+// comes or goes: with the device's broadcast record as lParam (Windows refuses to post such a message), waiting
+// at most `timeoutMs` for the window's thread. For tools that act on a running Halvern; false with the last
+// error set. On the simulation platform the message is posted with lParam 0, as the registrations above
+// deliver it.
+bool sendUsbDeviceChange(WindowHandle window, WParam event, std::uint32_t timeoutMs);
+
 // A console or session asking the program to end (Ctrl-C, SIGTERM on the host) reaches this window as
 // WM_CLOSE; a request that comes before the window exists is delivered when it is set.
 void forwardCloseRequestsTo(WindowHandle window);

@@ -12,8 +12,8 @@
 #include "platform/sim/SimClock.h"
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
-#include "platform/sim/SimWriteFilter.h"
 #include "platform/sim/SimUsbBus.h"
+#include "platform/sim/SimWriteFilter.h"
 
 namespace halvern::sim {
 
@@ -68,7 +68,8 @@ std::string uwfCommand(const std::vector<std::string>& arguments)
     const std::string wanted = arguments.size() == 2 && arguments[0] == "set" ? arguments[1]
                                : arguments.size() == 1                        ? arguments[0]
                                                                               : std::string();
-    if (wanted != "on" && wanted != "off") return "ERROR usage: uwf show | uwf set on|off | uwf reboot | uwf overlay USED_MB AVAIL_MB";
+    if (wanted != "on" && wanted != "off")
+        return "ERROR usage: uwf show | uwf set on|off | uwf reboot | uwf overlay USED_MB AVAIL_MB";
     return platform::sim::setFilterState(wanted == "on") ? "OK" : "ERROR cannot write the filter state";
 }
 
@@ -107,9 +108,19 @@ std::string serviceCommand(const std::vector<std::string>& arguments)
     return "OK " + (std::getline(in, state) ? state : std::string("STOPPED"));
 }
 
+// Saves the changed bus, then tells the windows registered for USB device notifications (a running Halvern's),
+// as Windows tells them when a device comes or goes.
+std::string saveUsbBusAndNotify(const std::string& root, const std::vector<platform::sim::SimUsbDeviceT>& bus,
+                                bool arrival)
+{
+    if (!platform::sim::saveUsbBus(root, bus)) return "ERROR cannot write the USB bus";
+    platform::sim::notifyUsbDeviceChange(root, arrival);
+    return "OK";
+}
+
 // The devices of the USB bus: "usb device add VID PID PORT [storage] [unenumerated] [refuse]", "usb device
 // remove PORT", "usb devices" and "usb resets" (the ports restarted so far). The instrument reads the bus
-// again at its next device change.
+// again at the device change each of them sends.
 std::string usbDeviceCommand(const std::vector<std::string>& arguments)
 {
     const std::string root = platform::sim::root();
@@ -127,14 +138,14 @@ std::string usbDeviceCommand(const std::vector<std::string>& arguments)
         for (const auto& attached : bus)
             if (attached.port == device.port) return "ERROR port " + arguments[4] + " is taken";
         bus.push_back(device);
-        return platform::sim::saveUsbBus(root, bus) ? "OK" : "ERROR cannot write the USB bus";
+        return saveUsbBusAndNotify(root, bus, true);
     }
     if (arguments.size() == 3 && arguments[1] == "remove") {
         const auto before = bus.size();
         for (auto it = bus.begin(); it != bus.end();)
             it = std::to_string(it->port) == arguments[2] && !it->stick ? bus.erase(it) : it + 1;
         if (bus.size() == before) return "ERROR no device on port " + arguments[2];
-        return platform::sim::saveUsbBus(root, bus) ? "OK" : "ERROR cannot write the USB bus";
+        return saveUsbBusAndNotify(root, bus, false);
     }
     return "ERROR usage: usb device add VID PID PORT [storage] [unenumerated] [refuse] | usb device remove PORT";
 }
@@ -148,17 +159,18 @@ std::string joinedLines(const std::string& path)
     return joined;
 }
 
-// The stick takes the first free port, as a person plugs it where there is room.
-bool attachStick(const std::string& root)
+// The stick takes the first free port, as a person plugs it where there is room. A stick already in place
+// only gets its new label.
+std::string attachStick(const std::string& root)
 {
     std::vector<platform::sim::SimUsbDeviceT> bus;
-    if (!platform::sim::loadUsbBus(root, bus)) return false;
+    if (!platform::sim::loadUsbBus(root, bus)) return "ERROR cannot read " + platform::sim::usbBusPath(root);
     platform::sim::SimUsbDeviceT stick;
     stick.vendorId = platform::sim::kSimStickVendorId;
     stick.productId = platform::sim::kSimStickProductId;
     stick.stick = stick.massStorage = true;
     for (const auto& device : bus) {
-        if (device.stick) return true;
+        if (device.stick) return "OK";
     }
     for (stick.port = 1;; ++stick.port) {
         bool taken = false;
@@ -167,16 +179,18 @@ bool attachStick(const std::string& root)
         if (!taken) break;
     }
     bus.push_back(stick);
-    return platform::sim::saveUsbBus(root, bus);
+    return saveUsbBusAndNotify(root, bus, true);
 }
 
-bool detachStick(const std::string& root)
+std::string detachStick(const std::string& root)
 {
     std::vector<platform::sim::SimUsbDeviceT> bus;
-    if (!platform::sim::loadUsbBus(root, bus)) return false;
+    if (!platform::sim::loadUsbBus(root, bus)) return "ERROR cannot read " + platform::sim::usbBusPath(root);
+    const auto before = bus.size();
     for (auto it = bus.begin(); it != bus.end();)
         it = it->stick ? bus.erase(it) : it + 1;
-    return platform::sim::saveUsbBus(root, bus);
+    if (bus.size() == before) return "OK";
+    return saveUsbBusAndNotify(root, bus, false);
 }
 
 // The USB stick in the production drive F:: its volume label, and the update image it may carry. The stick
@@ -207,13 +221,13 @@ std::string usbCommand(const std::vector<std::string>& arguments)
         std::ofstream out(volume, std::ios::trunc);
         out << label << "\n";
         if (!out) return "ERROR cannot write " + volume;
-        return attachStick(root) ? "OK" : "ERROR cannot write the USB bus";
+        return attachStick(root);
     }
     if (arguments.size() == 1 && arguments[0] == "unplug") {
         std::error_code ignored;
         std::filesystem::remove(volume, ignored);
         std::filesystem::remove_all(drive, ignored);
-        return detachStick(root) ? "OK" : "ERROR cannot write the USB bus";
+        return detachStick(root);
     }
     if (arguments.size() == 1 && arguments[0] == "image") {
         if (!platform::sim::makeDirectories(drive + "/system")) return "ERROR cannot prepare " + drive;

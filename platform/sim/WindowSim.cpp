@@ -421,6 +421,11 @@ private:
 
 }  // namespace
 
+bool sendUsbDeviceChange(WindowHandle window, WParam event, std::uint32_t)
+{
+    return postMessage(window, wm::DeviceChange, event, 0);
+}
+
 void UniqueDeviceNotification::reset(void* value)
 {
     if (m_value != nullptr) {

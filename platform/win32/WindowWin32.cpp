@@ -245,6 +245,17 @@ UniqueDeviceNotification registerUsbDeviceNotification(WindowHandle window)
     return UniqueDeviceNotification(RegisterDeviceNotificationW(toHwnd(window), &filter, DEVICE_NOTIFY_WINDOW_HANDLE));
 }
 
+bool sendUsbDeviceChange(WindowHandle window, WParam event, std::uint32_t timeoutMs)
+{
+    DEV_BROADCAST_DEVICEINTERFACE_W device{};
+    device.dbcc_size = sizeof device;
+    device.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
+    device.dbcc_classguid = win32::kUsbDeviceInterface;
+    DWORD_PTR result = 0;
+    return SendMessageTimeoutW(toHwnd(window), WM_DEVICECHANGE, event, reinterpret_cast<LPARAM>(&device),
+                               SMTO_ABORTIFHUNG | SMTO_BLOCK, timeoutMs, &result) != 0;
+}
+
 void forwardCloseRequestsTo(WindowHandle)
 {
     // Nothing to forward: Halvern.exe is a GUI process without a console, and the session's end and

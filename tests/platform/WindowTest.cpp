@@ -20,7 +20,7 @@ platform::LResult recordingProc(platform::WindowHandle window, std::uint32_t mes
 {
     // Windows sends a window messages of its own (activation, non-client): only these are the test's.
     if (message >= platform::wm::User || message == platform::wm::Close || message == platform::wm::Destroy ||
-        message == platform::wm::NcDestroy) {
+        message == platform::wm::NcDestroy || message == platform::wm::DeviceChange) {
         g_received.push_back(platform::Message{window, message, wParam, lParam});
     }
     if (message == platform::wm::Destroy) platform::postQuitMessage(7);
@@ -106,6 +106,25 @@ TEST_F(WindowTest, WindowsAreFoundByTheirClass)
 {
     EXPECT_EQ(platform::findWindow(L"halvernwindowtest"), m_window);
     EXPECT_FALSE(platform::findWindow(L"NoSuchHalvernClass"));
+}
+
+TEST_F(WindowTest, AWindowRegisteredForUsbDevicesHearsThemComeAndGo)
+{
+    platform::UniqueDeviceNotification registration = platform::registerUsbDeviceNotification(m_window);
+    ASSERT_TRUE(registration) << platform::lastError();
+    EXPECT_TRUE(platform::sendUsbDeviceChange(m_window, platform::kDbtDeviceArrival, 5000)) << platform::lastError();
+    EXPECT_TRUE(platform::sendUsbDeviceChange(m_window, platform::kDbtDeviceRemoveComplete, 5000));
+    platform::setLastError(platform::kErrorPipeBusy);
+    registration.reset();
+    EXPECT_EQ(platform::lastError(), platform::kErrorPipeBusy) << "unregistering keeps the caller's last error";
+    // The close comes after the device changes, wherever they wait.
+    platform::postMessage(m_window, platform::wm::Close, 0, 0);
+    pump();
+    std::vector<platform::WParam> events;
+    for (const auto& received : g_received)
+        if (received.message == platform::wm::DeviceChange) events.push_back(received.wParam);
+    EXPECT_EQ(events, (std::vector<platform::WParam>{platform::kDbtDeviceArrival, platform::kDbtDeviceRemoveComplete}));
+    EXPECT_FALSE(platform::registerUsbDeviceNotification(platform::WindowHandle{}));
 }
 
 TEST_F(WindowTest, CreatingAWindowOfAnUnknownClassFails)
