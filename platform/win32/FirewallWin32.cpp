@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "platform/Firewall.h"
+#include "platform/win32/WineGuard.h"
 
 namespace platform {
 
@@ -59,6 +60,7 @@ FirewallResultT createPolicy(std::unique_ptr<INetFwPolicy2, ComRelease>& policy)
 
 FirewallResultT setFirewallEnabled(FirewallProfileE profile, bool enabled)
 {
+    if (win32::refusedUnderWine()) return failed(FirewallStepE::PutFirewallEnabled, E_ACCESSDENIED);
     ComScopeC com;
     HRESULT result = com.initialize();
     if (FAILED(result)) return failed(FirewallStepE::CoInitializeEx, result);

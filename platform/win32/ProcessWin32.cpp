@@ -8,6 +8,7 @@
 
 #include "platform/Process.h"
 #include "platform/win32/OwnHandle.h"
+#include "platform/win32/WineGuard.h"
 
 namespace platform {
 namespace {
@@ -67,6 +68,7 @@ COMPUTER_NAME_FORMAT toFormat(ComputerNameE format)
 bool createProcess(const std::wstring& application, const std::wstring& commandLine, std::uint32_t creationFlags,
                    const StartupInfoT& startup, ProcessInformationT& started)
 {
+    if (win32::launchRefusedUnderWine(application, commandLine)) return false;
     StartupBlockT block;
     fillStartup(startup, block);
     // CreateProcessW may write into the command line.
@@ -83,6 +85,7 @@ bool createProcessInheriting(const std::wstring& commandLine, std::uint32_t crea
                              const std::wstring& currentDirectory, const StartupInfoT& startup,
                              ProcessInformationT& started)
 {
+    if (win32::launchRefusedUnderWine(std::wstring(), commandLine)) return false;
     StartupBlockT block;
     fillStartup(startup, block);
     std::wstring line = commandLine;
@@ -247,6 +250,7 @@ bool createProcessAsUser(HandleValue token, const std::wstring& application, con
                          std::uint32_t creationFlags, const EnvironmentBlockC& environment, const StartupInfoT& startup,
                          ProcessInformationT& started)
 {
+    if (win32::launchRefusedUnderWine(application, commandLine)) return false;
     StartupBlockT block;
     fillStartup(startup, block);
     std::wstring line = commandLine;
@@ -272,11 +276,13 @@ bool getComputerName(ComputerNameE format, std::wstring& name)
 
 bool setComputerName(ComputerNameE format, const std::wstring& name)
 {
+    if (win32::refusedUnderWine()) return false;
     return SetComputerNameExW(toFormat(format), name.c_str()) != FALSE;
 }
 
 bool initiateSystemShutdown(std::uint32_t timeoutSeconds, bool forceAppsClosed, bool reboot, std::uint32_t reason)
 {
+    if (win32::refusedUnderWine()) return false;
     return InitiateSystemShutdownExW(nullptr, nullptr, timeoutSeconds, forceAppsClosed ? TRUE : FALSE,
                                      reboot ? TRUE : FALSE, reason) != FALSE;
 }

@@ -2,6 +2,7 @@
 
 #include "platform/Service.h"
 #include "platform/WinError.h"
+#include "platform/win32/WineGuard.h"
 
 namespace platform {
 
@@ -35,11 +36,13 @@ bool queryServiceState(const UniqueServiceHandle& service, std::uint32_t& state)
 
 bool startService(const UniqueServiceHandle& service)
 {
+    if (win32::refusedUnderWine()) return false;
     return StartServiceW(static_cast<SC_HANDLE>(service.get()), 0, nullptr) != FALSE;
 }
 
 bool changeServiceStartType(const UniqueServiceHandle& service, std::uint32_t startType)
 {
+    if (win32::refusedUnderWine()) return false;
     return ChangeServiceConfigW(static_cast<SC_HANDLE>(service.get()), SERVICE_NO_CHANGE, startType, SERVICE_NO_CHANGE,
                                 nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr) != FALSE;
 }

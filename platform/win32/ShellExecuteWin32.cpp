@@ -3,11 +3,13 @@
 #include <shellapi.h>
 
 #include "platform/Process.h"
+#include "platform/win32/WineGuard.h"
 
 namespace platform {
 
 bool shellExecuteElevated(const std::wstring& file, const std::wstring& parameters, UniqueHandle& process)
 {
+    if (win32::launchRefusedUnderWine(file, parameters)) return false;
     SHELLEXECUTEINFOW info{};
     info.cbSize = sizeof info;
     info.fMask = SEE_MASK_NOCLOSEPROCESS;

@@ -4,6 +4,7 @@
 
 #include "platform/Privilege.h"
 #include "platform/Time.h"
+#include "platform/win32/WineGuard.h"
 
 namespace platform {
 
@@ -37,21 +38,6 @@ void copyName(wchar_t (&target)[N], const WCHAR* source)
     target[i] = L'\0';
 }
 
-// Wine passes a clock change on to the machine it runs on. The Windows build is tested under Wine, and
-// the machine running the tests is not the instrument: under Wine the clock and zone are never set.
-bool runningUnderWine()
-{
-    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-    return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
-}
-
-bool refusedUnderWine()
-{
-    if (!runningUnderWine()) return false;
-    SetLastError(ERROR_ACCESS_DENIED);
-    return true;
-}
-
 // Windows refuses a clock change unless the caller enabled SeSystemtimePrivilege; Wine does not ask for it.
 // Asking here as well makes a caller that forgot it fail under Wine as it would on the instrument.
 bool systemtimePrivilegeHeld()
@@ -79,14 +65,14 @@ SystemTime systemTime()
 
 bool setSystemTime(const SystemTime& time)
 {
-    if (!systemtimePrivilegeHeld() || refusedUnderWine()) return false;
+    if (!systemtimePrivilegeHeld() || win32::refusedUnderWine()) return false;
     const SYSTEMTIME st = toWindows(time);
     return SetSystemTime(&st) != FALSE;
 }
 
 bool setLocalTime(const SystemTime& time)
 {
-    if (!systemtimePrivilegeHeld() || refusedUnderWine()) return false;
+    if (!systemtimePrivilegeHeld() || win32::refusedUnderWine()) return false;
     const SYSTEMTIME st = toWindows(time);
     return SetLocalTime(&st) != FALSE;
 }
@@ -129,7 +115,7 @@ std::uint32_t getDynamicTimeZoneInformation(DynamicTimeZoneInformation& info)
 
 bool setDynamicTimeZoneInformation(const DynamicTimeZoneInformation& info)
 {
-    if (refusedUnderWine()) return false;
+    if (win32::refusedUnderWine()) return false;
     DYNAMIC_TIME_ZONE_INFORMATION dtzi{};
     dtzi.Bias = info.bias;
     copyName(dtzi.StandardName, info.standardName);

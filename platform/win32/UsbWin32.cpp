@@ -12,6 +12,7 @@
 #include "platform/Usb.h"
 #include "platform/win32/SetupApiSupport.h"
 #include "platform/win32/UsbDeviceInterface.h"
+#include "platform/win32/WineGuard.h"
 
 namespace platform {
 
@@ -102,6 +103,7 @@ bool listUsbDevices(std::vector<UsbDeviceT>& devices)
 
 bool restartUsbDevice(std::uint32_t port)
 {
+    if (win32::refusedUnderWine()) return false;
     win32::DeviceInfoSetC set(presentUsbDevices());
     if (!set.valid()) return false;
     for (DWORD index = 0;; ++index) {

@@ -7,6 +7,7 @@
 
 #include "platform/DynamicLibrary.h"
 #include "platform/Wlan.h"
+#include "platform/win32/WineGuard.h"
 
 // The hosted network's functions are looked up at run time: the SDK headers of the cross build do not
 // declare them, and WLAN services that offer no hosted network (Windows Server without the feature,
@@ -58,6 +59,7 @@ namespace {
 std::uint32_t callWithReason(ForceFn call, const UniqueWlanHandle& handle, std::uint32_t& failReason)
 {
     failReason = kWlanHostedNetworkReasonSuccess;
+    if (win32::refusedUnderWine()) return ERROR_ACCESS_DENIED;
     if (call == nullptr) return ERROR_CALL_NOT_IMPLEMENTED;
     DWORD reason = kWlanHostedNetworkReasonSuccess;
     const DWORD status = call(handle.get(), &reason, nullptr);
@@ -116,6 +118,7 @@ std::uint32_t wlanHostedNetworkSetConnectionSettings(const UniqueWlanHandle& han
                                                      std::uint32_t& failReason)
 {
     failReason = kWlanHostedNetworkReasonSuccess;
+    if (win32::refusedUnderWine()) return ERROR_ACCESS_DENIED;
     static const auto setProperty = lookUp<SetPropertyFn>("WlanHostedNetworkSetProperty");
     if (setProperty == nullptr) return ERROR_CALL_NOT_IMPLEMENTED;
     // The service only reads the settings; its prototype asks for a writable pointer all the same.
@@ -152,6 +155,7 @@ std::uint32_t wlanHostedNetworkSetSecondaryKey(const UniqueWlanHandle& handle, c
                                                bool isPassPhrase, bool persistent, std::uint32_t& failReason)
 {
     failReason = kWlanHostedNetworkReasonSuccess;
+    if (win32::refusedUnderWine()) return ERROR_ACCESS_DENIED;
     static const auto setSecondaryKey = lookUp<SetSecondaryKeyFn>("WlanHostedNetworkSetSecondaryKey");
     if (setSecondaryKey == nullptr) return ERROR_CALL_NOT_IMPLEMENTED;
     std::vector<std::uint8_t> data(key);
