@@ -4,8 +4,8 @@
 # again each time. WM_CLOSE then ends it with exit code 0.
 #
 # Without the instrument's hardware its hardware check fails; on a customer's instrument (the write filter
-# protects it) the start goes on all the same, so the prefix is one for this test and back to production
-# mode afterwards. Under Wine the customer mode's changes to the machine are refused (docs/wine-safety.md).
+# protects it) the start goes on all the same, so the prefix is one for this test and gets its own state back
+# afterwards. Under Wine the customer mode's changes to the machine are refused (docs/wine-safety.md).
 #
 #   halvern_exe_device_change_test.sh WINE_RUN HALVERN_EXE POST_DEVICE_CHANGE_EXE POST_CLOSE_EXE BUILD_DIR
 #
@@ -25,16 +25,19 @@ cd "$build" || exit 1
 halvern_pid=
 . "$(dirname "$0")/halvern_exe_support.sh"
 
+filter_key='HKLM\System\ControlSet001\Services\HalvernHelper\Status'
 filter_state()
 {
-    HALVERN_WINE_TIMEOUT=60 "$wine_run" reg add 'HKLM\System\ControlSet001\Services\HalvernHelper\Status' \
-        /v FilterState /t REG_DWORD /d "$1" /f >/dev/null 2>&1
+    HALVERN_WINE_TIMEOUT=60 "$wine_run" reg add "$filter_key" /v FilterState /t REG_DWORD /d "$1" /f >/dev/null 2>&1
 }
+# The prefix's state before this test, given back afterwards: the other tests find it as they left it.
+previous_state=$(HALVERN_WINE_TIMEOUT=60 "$wine_run" reg query "$filter_key" /v FilterState 2>/dev/null |
+    grep -o '0x[0-9a-fA-F]*' | head -1)
 
 leave()
 {
     stop_halvern
-    filter_state 0
+    filter_state $((${previous_state:-0}))
 }
 trap leave EXIT
 
