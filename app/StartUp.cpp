@@ -126,7 +126,7 @@ int wWinMain(const std::vector<std::wstring>& arguments)
     RepairSsdWriteCache();
     DisablePublicFirewall();
 
-    StepVerdict verdict = RunPendingUpdate(updatesEnabled);
+    StepVerdict verdict = RunPendingUpdate();
     if (verdict == StepVerdict::Continue) verdict = CheckUsbUpdate(updatesEnabled);
     if (verdict == StepVerdict::EndSuccess) return 0;
     if (verdict == StepVerdict::EndFailure) return -1;

@@ -131,12 +131,13 @@ StepVerdict finishStartUpUpdate(bool shutdownRequired)
 
 }  // namespace
 
-StepVerdict RunPendingUpdate(bool updatesEnabled)
+StepVerdict RunPendingUpdate()
 {
     SysManagerC* manager = SysManagerC::Instance();
     bool shutdownRequired = false;
-    // "-noupdate" is how a technician gets an instrument with a broken update cycle back: it starts nothing.
-    if (updatesEnabled && manager->readFwUpdateState() && manager->isFwUpdatePending())
+    // An update that is half way through is finished whatever the command line says: "-noupdate" is about
+    // new images from the USB stick only.
+    if (manager->readFwUpdateState() && manager->isFwUpdatePending())
         manager->startFirmwareUpdate(manager->GetPendingUpdateImage(), L"", shutdownRequired, false);
     return finishStartUpUpdate(shutdownRequired);
 }

@@ -19,9 +19,10 @@ void RepairSerialMouseService();
 void EnsureWlanCountryCode();
 void RepairSsdWriteCache();
 void DisablePublicFirewall();
-StepVerdict RunPendingUpdate(bool updatesEnabled);
+StepVerdict RunPendingUpdate();
 // A USB stick on F: whose volume label is exactly "WIM" carries production images.
 bool IsProductionUsbDrive();
+// With updates disabled ("-noupdate") neither the stick is looked at nor the sensor board's Ethernet waited for.
 StepVerdict CheckUsbUpdate(bool updatesEnabled);
 bool StartSepServer();
 void StopSepServer();

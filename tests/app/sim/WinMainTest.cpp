@@ -156,7 +156,8 @@ TEST_F(WinMainTest, SecondInstanceQuitsWithZeroWhileTheFirstRuns)
     EXPECT_EQ(logMessages(), std::vector<std::string>{"[ERROR]: Another Halvern instance detected, quitting."});
 }
 
-TEST_F(WinMainTest, AnUpdaterThatAsksForItEndsTheStartWithZeroBeforeTheCommandServer)
+// "-noupdate" leaves new images on the stick alone, never an update that is half way through.
+TEST_F(WinMainTest, APendingUpdateWhoseUpdaterAsksForItEndsTheStartWithZeroAlsoWithNoUpdate)
 {
     std::string error;
     ASSERT_TRUE(sim::installStandIns(platform::sim::root(), HALVERN_STANDIN_PROGRAM, error)) << error;
@@ -169,7 +170,7 @@ TEST_F(WinMainTest, AnUpdaterThatAsksForItEndsTheStartWithZeroBeforeTheCommandSe
     platform::setClock(&clock);
 
     auto response = platform::createEvent(nullptr, true, false, L"Global\\HalvernShutdownResponse");
-    auto run = std::async(std::launch::async, [] { return wWinMain({L"halvern"}); });
+    auto run = std::async(std::launch::async, [] { return wWinMain({L"halvern", L"-noupdate"}); });
     // A start that went past the update would run until closed.
     const bool ended = run.wait_for(std::chrono::seconds(60)) == std::future_status::ready;
     if (!ended) platform::sim::requestClose();
@@ -179,8 +180,8 @@ TEST_F(WinMainTest, AnUpdaterThatAsksForItEndsTheStartWithZeroBeforeTheCommandSe
     SysManagerC::DestroyInstance();
     EXPECT_EQ(platform::waitForSingleObject(response.get(), 0), platform::kWaitObject0);
     const auto messages = logMessages();
-    EXPECT_TRUE(containsInOrder(messages, {"Update status info: 0x2", "updates must be installed.",
-                                           "shutting down halvern for pending updates..."}))
+    EXPECT_TRUE(containsInOrder(messages, {"starting halvern with option -noupdate", "Update status info: 0x2",
+                                           "updates must be installed.", "shutting down halvern for pending updates..."}))
         << ::testing::PrintToString(messages);
     EXPECT_EQ(std::count(messages.begin(), messages.end(), "SOFTWARE.IMG check done, starting SEP."), 0);
 }
