@@ -13,6 +13,10 @@ namespace {
 
 namespace REC = Varda::SEP::HALVERN;
 
+// The longest power-cycle delay: the close sequence announces it with 16 s more, in milliseconds, as a
+// 32-bit number.
+constexpr std::uint32_t kMaxPowerCycleTimeoutSeconds = 0xFFFFFFFFu / 1000u - 16u;
+
 void handleApiLevel(SEP::ReceivedCommandC& command)
 {
     REC::ApiLvl reply;
@@ -45,6 +49,12 @@ void handlePowerCycle(SEP::ReceivedCommandC& command)
         powerRequest = POWER_REQUEST_REBOOT;
     } else {
         HalvernSepImpl::SendText(command, "Invalid poweroff type: " + std::to_string(type));
+        return;
+    }
+    // A negative or huge delay would reach Windows' shutdown call only after the applications were closed,
+    // and Windows would refuse it there.
+    if (timeout < 0 || static_cast<std::uint32_t>(timeout) > kMaxPowerCycleTimeoutSeconds) {
+        HalvernSepImpl::SendText(command, "Invalid poweroff timeout: " + std::to_string(timeout));
         return;
     }
     // The client hears the answer before the close sequence can take the connection away.

@@ -3,6 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
+#include <limits>
+#include <string>
+#include <typeinfo>
+#include <vector>
 
 #include "sep/RecordCoding.h"
 #include "sep/SepCommandTestSupport.h"
@@ -136,6 +141,31 @@ TEST_F(CommandSetTest, AnInvalidPowerOffTypeIsRefusedAndChangesNothing)
     EXPECT_EQ(SysManagerC::Instance()->GetApplicationPowerRequestType(), POWER_REQUEST_QUIT);
     EXPECT_EQ(SysManagerC::Instance()->GetPowerRequestTimeout(), 0u);
     EXPECT_TRUE(logged("Received power cycle request in legacy mode."));
+}
+
+TEST_F(CommandSetTest, AnOutOfRangePowerCycleTimeoutIsRefusedAndChangesNothing)
+{
+    SysManagerC* manager = SysManagerC::Instance();
+    manager->ConfigurePowerCycleRequest(POWER_REQUEST_QUIT, false, 0);
+    // The longest delay the close sequence can announce: (time-out + 16 s) in milliseconds fits 32 bits.
+    constexpr std::int32_t longest = 4294951;
+    for (std::int32_t timeout : {-1, -30, longest + 1, std::numeric_limits<std::int32_t>::max()}) {
+        auto reply = port->ask(
+            1027, [timeout](SEP::DataWriterI& w) { return w.writeI32(1) && w.writeBool(true) && w.writeI32(timeout); });
+        ASSERT_TRUE(reply.received);
+        EXPECT_EQ(reply.returnCode, 889);
+        EXPECT_EQ(reply.errorText, "Invalid poweroff timeout: " + std::to_string(timeout));
+        EXPECT_EQ(manager->GetApplicationPowerRequestType(), POWER_REQUEST_QUIT) << timeout;
+        EXPECT_EQ(manager->GetPowerRequestTimeout(), 0u) << timeout;
+        EXPECT_FALSE(manager->GetPowerRequestForce()) << timeout;
+    }
+    EXPECT_FALSE(logged("Configured power cycle request: 2, force: 1, timeout: -1"));
+
+    auto reply = port->ask(
+        1027, [longest](SEP::DataWriterI& w) { return w.writeI32(1) && w.writeBool(false) && w.writeI32(longest); });
+    EXPECT_EQ(reply.returnCode, 1097);
+    ASSERT_TRUE(port->ask(1001).received);
+    EXPECT_EQ(manager->GetPowerRequestTimeout(), static_cast<std::uint32_t>(longest));
 }
 
 TEST_F(CommandSetTest, APowerCycleRequestIsAnsweredThenConfigured)
