@@ -137,7 +137,9 @@ bool SysManagerC::GetTzDisplayWndKeyAndStdName(const std::wstring& standardName,
                      static_cast<int>(status));
             return false;
         }
-        if (standard == standardName) found = std::move(candidate);
+        // A zone's key name is what getting reports, so a client may hand it back; it differs from "Std" for
+        // "UTC" ("Coordinated Universal Time") and, on a localised Windows, for every zone.
+        if (standard == standardName || keyName == standardName) found = std::move(candidate);
     }
 
     std::wstring display;

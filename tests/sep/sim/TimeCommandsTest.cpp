@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 
@@ -43,6 +45,13 @@ protected:
         spec.minute = minute;
         spec.second = second;
         return spec;
+    }
+    static REC::WindowsOsTimeInfo timeInfo(const std::int32_t (&fields)[6], const char* zone)
+    {
+        REC::WindowsOsTimeInfo info;
+        std::copy(std::begin(fields), std::end(fields), info.fields);
+        std::snprintf(info.timeZone, sizeof info.timeZone, "%s", zone);
+        return info;
     }
     static bool offsetFileExists() { return std::filesystem::exists(platform::nativePath(kOffsetFilePath)); }
 
@@ -152,6 +161,33 @@ TEST_F(TimeCommandsTest, SummerTimeAndItsSwitchAreReportedForTheZone)
     EXPECT_EQ(info.fields[2], 11);
     EXPECT_TRUE(info.daylightSaving);
     EXPECT_NEAR(utcNow(), unixSeconds(2025, 7, 1, 10, 0, 0), kSameTimeSeconds);
+}
+
+// Getting reports a zone's key name; for UTC that is not its standard name ("Coordinated Universal Time"), and
+// a client that hands back what it was given must not be refused.
+TEST_F(TimeCommandsTest, TheZoneGettingReportsCanBeSetBackAlsoUtc)
+{
+    const std::int64_t utc = unixSeconds(2025, 7, 1, 10, 0, 0);
+    setUtc(utc);
+    REC::WindowsOsTimeInfo request = timeInfo({0, 0, 19, 1, 6, 125}, "Tokyo Standard Time");
+    ASSERT_EQ(port->askRecord(1054, request).returnCode, 1097);
+
+    request = timeInfo({0, 0, 10, 1, 6, 125}, "UTC");
+    auto reply = port->askRecord(1054, request);
+    ASSERT_TRUE(reply.received);
+    ASSERT_EQ(reply.returnCode, 1097) << reply.errorText;
+    EXPECT_NEAR(utcNow(), utc, kSameTimeSeconds);
+
+    reply = port->ask(1053);
+    ASSERT_EQ(reply.returnCode, 1097) << reply.errorText;
+    REC::WindowsOsTimeInfo info;
+    ASSERT_EQ(SEP::decodeRecord(*reply.frame.coder, info), SEP::DecodeResultE::Ok);
+    EXPECT_STREQ(info.timeZone, "UTC");
+    EXPECT_EQ(info.fields[2], 10);
+
+    // The record as it came, sent straight back.
+    reply = port->askRecord(1054, info);
+    EXPECT_EQ(reply.returnCode, 1097) << reply.errorText;
 }
 
 TEST_F(TimeCommandsTest, AZoneThisWindowsDoesNotKnowIsRefused)
