@@ -92,7 +92,7 @@ void handlePowerSelectGet(SEP::ReceivedCommandC& command)
 void handleEfiServiceCommand(SEP::ReceivedCommandC& command)
 {
     REC::EfiSrvcCmd request;
-    if (!HalvernSepImpl::DecodeRequest(command, request, {"EFI command", nullptr})) return;
+    if (!HalvernSepImpl::DecodeRequest(command, request, {"EFI command", "EFI reply"})) return;
     const std::string text(request.command);
     if (text.size() + 1 > EFIServiceIPCMessageI::kRequestChars) {
         HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, "EFI command too long");

@@ -176,9 +176,12 @@ bool HalvernSepImpl::DecodeRequest(SEP::ReceivedCommandC& command, MAL::UTI::Ser
     int badString = -1;
     const SEP::DecodeResultE result = SEP::decodeRecord(command.reader(), request, &badString);
     if (result == SEP::DecodeResultE::Ok) return true;
-    if (result == SEP::DecodeResultE::NotTerminated && badString >= 0 &&
-        badString < static_cast<int>(stringNames.size()) && stringNames.begin()[badString] != nullptr) {
-        SendError(command, HalvernRpc::SEP_ERR_NOT_TERMINATED, stringNames.begin()[badString]);
+    if (result == SEP::DecodeResultE::NotTerminated) {
+        // Every handler names its strings; a missing name still answers code 4, with the string's position.
+        const bool named = badString >= 0 && badString < static_cast<int>(stringNames.size()) &&
+                           stringNames.begin()[badString] != nullptr;
+        SendError(command, HalvernRpc::SEP_ERR_NOT_TERMINATED,
+                  named ? std::string(stringNames.begin()[badString]) : "string " + std::to_string(badString + 1));
         return false;
     }
     SendError(command, HalvernRpc::SEP_ERR_DECODE,

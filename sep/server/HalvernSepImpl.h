@@ -50,6 +50,7 @@ public:
     static bool SendText(SEP::ReceivedCommandC& command, const std::string& text);
     // Decodes the request; on failure answers and returns false: code 4 with the name given for a string
     // field (in the record's order of strings) that does not fit its buffer, else code 0 naming the command.
+    // A handler names every string of its request record, reply buffers included.
     // Events: each goes to every running server, first started first, and stops at the first server that
     // cannot write it (logged); true when every server took it, also when none runs.
     static bool raiseEfiBtnPressed();

@@ -72,7 +72,7 @@ void handleEraseCalibration(SEP::ReceivedCommandC& command)
 void handleGetString(SEP::ReceivedCommandC& command)
 {
     REC::GetString request;
-    if (!HalvernSepImpl::DecodeRequest(command, request)) return;
+    if (!HalvernSepImpl::DecodeRequest(command, request, {"string text"})) return;
     WriteLog("Got request to return string %d", static_cast<int>(request.id));
     const auto count = static_cast<std::int32_t>(sizeof kStrings / sizeof kStrings[0]);
     if (request.id < 0 || request.id >= count) {

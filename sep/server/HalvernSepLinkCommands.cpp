@@ -74,7 +74,7 @@ void handleExecuteCommand(SEP::ReceivedCommandC& command)
 void handleUartTransaction(SEP::ReceivedCommandC& command)
 {
     REC::UartTransCmd request;
-    if (!HalvernSepImpl::DecodeRequest(command, request, {"UART name", "UART input", "UART cfg"})) return;
+    if (!HalvernSepImpl::DecodeRequest(command, request, {"UART name", "UART input", "UART cfg", "UART reply"})) return;
     WriteLog("Got UART %s transaction %s", request.uartName, request.input);
     std::string reply;
     if (!halvern::links::comPortTransaction(request.uartName, request.config, request.input, reply,

@@ -35,7 +35,7 @@ bool applyChannelAfterCountry()
 void handleCountryCodeSet(SEP::ReceivedCommandC& command)
 {
     REC::CtryCode request;
-    if (!HalvernSepImpl::DecodeRequest(command, request)) return;
+    if (!HalvernSepImpl::DecodeRequest(command, request, {"country code"})) return;
     const std::string code = request.code;
     WriteLog("Request to set country code, code: %s", code.c_str());
     if (!validCountryCode(code)) {
@@ -95,7 +95,7 @@ void handleCountryCodeGet(SEP::ReceivedCommandC& command)
 void handleInterfaceInfo(SEP::ReceivedCommandC& command)
 {
     REC::NetIntfceInfo request;
-    if (!HalvernSepImpl::DecodeRequest(command, request)) return;
+    if (!HalvernSepImpl::DecodeRequest(command, request, {"property text"})) return;
     std::string text;
     if (!NetManagerC::GetNetworkInterfaceInfo(request.a, request.b, text)) {
         HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, "failed to obtain net interface property");

@@ -86,7 +86,7 @@ void handleTimeInformationGet(SEP::ReceivedCommandC& command)
 void handleTimeInformationSet(SEP::ReceivedCommandC& command)
 {
     REC::WindowsOsTimeInfo request;
-    if (!HalvernSepImpl::DecodeRequest(command, request)) return;
+    if (!HalvernSepImpl::DecodeRequest(command, request, {"time zone"})) return;
     WindowsTimeInfo info;
     info.tm_sec = request.fields[0];
     info.tm_min = request.fields[1];

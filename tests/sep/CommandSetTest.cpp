@@ -126,6 +126,61 @@ TEST_F(CommandSetTest, ATruncatedRequestIsAnsweredWithCodeZeroNamingTheCommand)
     EXPECT_EQ(reply.errorText, "Failed to decode SEP request! ( UKNOWN SEP CMD (1027))");
 }
 
+// A request record as the wire carries it: "b" bool, "i" i32, "u" u32, a number a string of that buffer size.
+struct StringRequestT {
+    std::uint16_t id;
+    std::vector<std::string> fields;
+    std::vector<std::string> stringNames;
+};
+
+TEST_F(CommandSetTest, EveryStringThatDoesNotFitItsBufferIsCodeFourNamingTheField)
+{
+    const std::vector<StringRequestT> requests = {
+        {1002, {"b", "256", "256", "i"}, {"(ssid)", "(password)"}},
+        {1064, {"b", "256", "256", "i", "b"}, {"(ssid)", "(password)"}},
+        {1011, {"b", "256"}, {"firmware path"}},
+        {1035, {"b", "256"}, {"firmware path"}},
+        {1016, {"256"}, {"country code"}},
+        {1021, {"256"}, {"new name"}},
+        {1024, {"b", "1024"}, {"driver path"}},
+        {1025, {"b", "1024", "1024", "u"}, {"command line", "directory for cmd"}},
+        {1029, {"i", "1024"}, {"string text"}},
+        {1030, {"256", "256"}, {"EFI command", "EFI reply"}},
+        {1034, {"256"}, {"firmware file path"}},
+        {1036, {"256", "256", "256", "4096", "u", "u"}, {"UART name", "UART input", "UART cfg", "UART reply"}},
+        {1046, {"i", "i", "256"}, {"string parameter"}},
+        {1047, {"i", "i", "256"}, {"property text"}},
+        {1054, {"i", "i", "i", "i", "i", "i", "256", "b"}, {"time zone"}},
+    };
+    for (const auto& request : requests) {
+        for (std::size_t bad = 0; bad < request.stringNames.size(); ++bad) {
+            auto reply = port->ask(request.id, [&request, bad](SEP::DataWriterI& w) {
+                std::size_t string = 0;
+                for (const auto& field : request.fields) {
+                    bool written = false;
+                    if (field == "b") {
+                        written = w.writeBool(false);
+                    } else if (field == "i") {
+                        written = w.writeI32(0);
+                    } else if (field == "u") {
+                        written = w.writeU32(0);
+                    } else {
+                        // Exactly the buffer's size: no room left for the NUL.
+                        const std::size_t capacity = std::stoul(field);
+                        written = w.writeString(std::string(string++ == bad ? capacity : 1, 'x').c_str());
+                    }
+                    if (!written) return false;
+                }
+                return true;
+            });
+            ASSERT_TRUE(reply.received) << request.id;
+            EXPECT_EQ(reply.returnCode, 889) << request.id;
+            EXPECT_EQ(reply.errorText, "Received string is not NULL terminated ( " + request.stringNames[bad] + ")")
+                << request.id;
+        }
+    }
+}
+
 TEST_F(CommandSetTest, AnInvalidPowerOffTypeIsRefusedAndChangesNothing)
 {
     SysManagerC::Instance()->ConfigurePowerCycleRequest(POWER_REQUEST_QUIT, false, 0);
