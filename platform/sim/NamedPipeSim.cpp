@@ -75,6 +75,15 @@ public:
     {}
     bool valid() const { return m_cancel.get() >= 0; }
 
+    // TransactNamedPipe is one request on the handle: a thread sharing the handle cannot put its message
+    // between another's request and reply, nor take that reply.
+    bool transact(const void* request, std::uint32_t requestBytes, void* reply, std::uint32_t replyBytes,
+                  std::uint32_t& bytesRead)
+    {
+        std::lock_guard<std::mutex> guard(m_transaction);
+        return write(request, requestBytes) && read(reply, replyBytes, bytesRead);
+    }
+
     bool read(void* buffer, std::uint32_t bytes, std::uint32_t& bytesRead)
     {
         bytesRead = 0;
@@ -192,6 +201,7 @@ private:
     UniqueFd m_cancel;  // an eventfd that a cancel makes readable
     std::vector<unsigned char> m_pending;
     std::atomic<int> m_inProgress{0};
+    std::mutex m_transaction;
 };
 
 PipeC* lookupPipe(HandleValue handle)
@@ -285,7 +295,7 @@ bool transactPipe(HandleValue pipe, const void* request, std::uint32_t requestBy
 {
     bytesRead = 0;
     PipeC* object = lookupPipe(pipe);
-    return object != nullptr && object->write(request, requestBytes) && object->read(reply, replyBytes, bytesRead);
+    return object != nullptr && object->transact(request, requestBytes, reply, replyBytes, bytesRead);
 }
 
 bool readPipe(HandleValue pipe, void* buffer, std::uint32_t bytes, std::uint32_t& bytesRead)

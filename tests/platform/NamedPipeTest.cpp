@@ -75,6 +75,48 @@ TEST_F(NamedPipeTest, TransactionWritesTheRequestAndReadsTheWholeReply)
     EXPECT_EQ(std::string(reply, got), "PONG");
 }
 
+// Two threads share one client handle, as the command workers of both SEP ports share the EFI link: each
+// transaction gets the reply to its own request.
+TEST_F(NamedPipeTest, ConcurrentTransactionsOnOneHandleEachGetTheirOwnReply)
+{
+    std::thread server([this] {
+        for (;;) {
+            char request[32] = {};
+            std::uint32_t got = 0;
+            if (!platform::readPipe(m_server.get(), request, sizeof request, got)) return;
+            const std::string text(request, got);
+            const std::string reply = "re " + text;
+            if (!platform::writePipe(m_server.get(), reply.data(), static_cast<std::uint32_t>(reply.size())) ||
+                text == "STOP")
+                return;
+        }
+    });
+    constexpr int kTransactions = 300;
+    std::atomic<int> wrong{0};
+    std::atomic<int> failed{0};
+    const auto caller = [&](const std::string& request) {
+        for (int i = 0; i < kTransactions; ++i) {
+            char reply[32] = {};
+            std::uint32_t got = 0;
+            if (!platform::transactPipe(m_client.get(), request.data(), static_cast<std::uint32_t>(request.size()),
+                                        reply, sizeof reply, got))
+                ++failed;
+            else if (std::string(reply, got) != "re " + request)
+                ++wrong;
+        }
+    };
+    std::thread rsoc(caller, "BAT:L:RSOC");
+    std::thread voltage(caller, "BAT:H:VOLTAGE");
+    rsoc.join();
+    voltage.join();
+    char reply[32] = {};
+    std::uint32_t got = 0;
+    EXPECT_TRUE(platform::transactPipe(m_client.get(), "STOP", 4, reply, sizeof reply, got));
+    server.join();
+    EXPECT_EQ(failed.load(), 0);
+    EXPECT_EQ(wrong.load(), 0) << "replies that belonged to the other caller";
+}
+
 TEST_F(NamedPipeTest, TheClientSeesTheServerGoAndACancelledReadEnds)
 {
     // A read blocked on another thread ends with "operation aborted" once cancelled.
