@@ -15,11 +15,13 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <fstream>
 #include <mutex>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 #include "platform/Clock.h"
 #include "platform/Process.h"
@@ -63,12 +65,66 @@ bool writeFile(const std::string& path, const std::string& text)
     return static_cast<bool>(out);
 }
 
+// Children whose last handle was closed while they still ran. Windows forgets such a process once it
+// ends; a POSIX parent has to collect it, or it stays a zombie for as long as this program runs.
+class OrphanReaperC {
+public:
+    // Never destroyed: a handle closed during the program's exit may still hand it a child.
+    static OrphanReaperC& instance()
+    {
+        static auto* reaper = new OrphanReaperC();
+        return *reaper;
+    }
+
+    void adopt(pid_t pid)
+    {
+        std::lock_guard<std::mutex> guard(m_lock);
+        m_orphans.push_back(pid);
+        if (!m_running) {
+            m_running = true;
+            std::thread([this] { run(); }).detach();
+        }
+        m_wake.notify_one();
+    }
+
+private:
+    OrphanReaperC() = default;
+
+    void run()
+    {
+        std::unique_lock<std::mutex> lock(m_lock);
+        for (;;) {
+            m_orphans.erase(std::remove_if(m_orphans.begin(), m_orphans.end(),
+                                           [](pid_t pid) {
+                                               const pid_t done = ::waitpid(pid, nullptr, WNOHANG);
+                                               return done == pid || (done < 0 && errno == ECHILD);
+                                           }),
+                            m_orphans.end());
+            if (m_orphans.empty())
+                m_wake.wait_for(lock, std::chrono::milliseconds(kIdleWaitMs), [this] { return !m_orphans.empty(); });
+            else
+                m_wake.wait_for(lock, std::chrono::milliseconds(kReapIntervalMs));
+        }
+    }
+
+    static constexpr int kReapIntervalMs = 50;
+    static constexpr int kIdleWaitMs = 1000;
+    std::mutex m_lock;
+    std::condition_variable m_wake;
+    std::vector<pid_t> m_orphans;
+    bool m_running = false;
+};
+
 // A child process of this program. Its exit is collected with waitpid when someone looks.
 class ProcessObjectC final : public sim::SimObjectC {
 public:
     explicit ProcessObjectC(pid_t pid) : m_pid(pid) {}
-    // Closing the handle leaves the program running, as on Windows; one that has ended is collected.
-    ~ProcessObjectC() override { reap(false); }
+    // Closing the handle leaves the program running, as on Windows; it is collected once it ends.
+    ~ProcessObjectC() override
+    {
+        reap(false);
+        if (!m_exited) OrphanReaperC::instance().adopt(m_pid);
+    }
 
     bool exitCode(std::uint32_t& code)
     {
