@@ -34,6 +34,7 @@ const char* const kFolders[] = {
     "dev",
     "clock",
     "services",
+    "sim/efi",
     "C/Windows/System32",
     "registry/HKLM/SYSTEM/ControlSet001/Services",
 };

@@ -138,6 +138,7 @@ int main(int argc, char** argv)
     // The devices come up before Halvern, which talks to them from its first steps.
     halvern::sim::ControlCommandsC commands;
     halvern::sim::EfiControllerModelC efiModel;
+    efiModel.recordCommandsTo(root + "/sim/efi/commands");
     halvern::sim::EfiServiceSimC efiService(efiModel);
     if (!efiService.start()) std::fprintf(stderr, "halvern-sim: the EFI service cannot serve its pipes\n");
     halvern::sim::addEfiControlCommands(commands, efiModel, efiService);

@@ -38,7 +38,7 @@ std::string notified(EfiServiceSimC& service, const std::wstring& text, const st
 const char* const kUsage =
     "ERROR usage: efi button press|release|hold MS | power mains|battery | battery L|H status|rsoc|voltage|temp N"
     " | ext voltage|peak|bat_volt N | register KEYWORD|74..81 N | supervisor | error CODE | notify TEXT"
-    " | service stop|start | hwstatus MODE FPGA HPS TELO | hwstatus raw TEXT | state";
+    " | service stop|start | hwstatus MODE FPGA HPS TELO | hwstatus raw TEXT | state | history";
 
 }  // namespace
 
@@ -97,6 +97,12 @@ void addEfiControlCommands(ControlCommandsC& commands, EfiControllerModelC& mode
             status.teloReady = fields[3];
             model.setHwStatus(status);
             return "OK hwstatus " + args[1] + " " + args[2] + " " + args[3] + " " + args[4];
+        }
+        if (what == "history" && n == 1) {
+            std::string listed;
+            for (const auto& request : model.commandHistory())
+                listed += (listed.empty() ? "" : "; ") + platform::narrow(request).value_or("?");
+            return "OK " + listed;
         }
         if (what == "state" && n == 1)
             return "OK service=" + std::string(service.running() ? "running " : "stopped ") + model.describe();

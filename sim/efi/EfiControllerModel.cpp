@@ -1,6 +1,8 @@
 #include "sim/efi/EfiControllerModel.h"
 
 #include <cwchar>
+#include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 #include <vector>
@@ -74,7 +76,26 @@ EfiControllerModelC::EfiControllerModelC()
 std::wstring EfiControllerModelC::answer(const std::wstring& request)
 {
     std::lock_guard<std::mutex> guard(m_lock);
+    m_commandHistory.push_back(request);
+    if (m_commandHistory.size() > kCommandHistoryLimit) m_commandHistory.pop_front();
+    if (!m_commandFile.empty())
+        std::ofstream(m_commandFile, std::ios::app) << platform::narrow(request).value_or("?") << "\n";
     return answerLocked(request);
+}
+
+std::vector<std::wstring> EfiControllerModelC::commandHistory()
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    return {m_commandHistory.begin(), m_commandHistory.end()};
+}
+
+void EfiControllerModelC::recordCommandsTo(const std::string& path)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_commandFile = path;
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+    std::ofstream(m_commandFile, std::ios::trunc);
 }
 
 std::wstring EfiControllerModelC::answerLocked(const std::wstring& request)

@@ -3,6 +3,7 @@
 // request text and the state those answers come from. Thread-safe: the pipe sessions and the control
 // interface use it at the same time.
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <string>
@@ -55,6 +56,12 @@ public:
     std::wstring leds();
     // Every LED setting the controller was given, oldest first ("RED:GREEN:BLUE").
     std::vector<std::wstring> ledHistory();
+    // The request texts the controller received, oldest first: the last kCommandHistoryLimit of them.
+    static constexpr std::size_t kCommandHistoryLimit = 1000;
+    std::vector<std::wstring> commandHistory();
+    // Empties this file, then appends every request text to it, one a line (UTF-8), so that what the
+    // controller was told can be read after the instrument has gone.
+    void recordCommandsTo(const std::string& path);
     std::int32_t statusControl(const std::wstring& keyword);
 
 private:
@@ -67,6 +74,8 @@ private:
     std::map<int, std::int32_t> m_batteryRegisters;
     std::wstring m_leds = L"OFF:ON:OFF";
     std::vector<std::wstring> m_ledHistory;
+    std::deque<std::wstring> m_commandHistory;
+    std::string m_commandFile;
     EfiHwStatusState m_hwStatus;
 };
 

@@ -2,8 +2,10 @@
 // under Wine, where halvern-sim does not run. It serves the two pipes until the stop file appears.
 //
 //   efi-service-sim [--hwstatus TEXT] [--rsoc-l N] [--rsoc-h N] [--battery] [--ready FILE] [--stop FILE]
+//                   [--history FILE]
 //
-// --ready names a file it creates once both pipes are served; --stop a file whose appearance ends it.
+// --ready names a file it creates once both pipes are served; --stop a file whose appearance ends it;
+// --history a file that receives every request text, one a line.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -35,6 +37,8 @@ int main(int argc, char** argv)
             model.setMains(false);
         } else if (option == "--ready" && hasValue) {
             readyFile = argv[++i];
+        } else if (option == "--history" && hasValue) {
+            model.recordCommandsTo(argv[++i]);
         } else if (option == "--stop" && hasValue) {
             stopFile = argv[++i];
         } else {

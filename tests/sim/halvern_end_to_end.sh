@@ -158,6 +158,8 @@ grep -qx "root@127.0.0.1 init 0" "$root/sim/sensorboard/halted" || fail "the sen
 grep -qx "frontend exited 0" "$root/sim/apps/log" || fail "the frontend did not end by itself"
 grep -qxF "halvern-sim: power LED steps: OFF:OFF:OFF ON:OFF:OFF OFF:OFF:OFF BLINK:OFF:OFF" "$work/button.out" ||
     fail "the power LED did not go red, then blinking red"
+grep -qx "LED:BLINK:OFF:OFF" "$root/sim/efi/commands" || fail "the controller's record lacks the blinking LED"
+grep -qx "BASIC:REBOOT" "$root/sim/efi/commands" && fail "a shutdown told the controller to restart"
 
 # --- a remote reboot request: the same power-off, with the controller asked to restart ---
 root=$work/reboot
@@ -180,6 +182,8 @@ in_order "Received power cycle request in standard mode." "Configured power cycl
 grep -qx "force=1 timeout=0 reboot=0 reason=0x80000000" "$root/sim/power/shutdown" || fail "Windows was not shut down"
 grep -qxF "halvern-sim: power LED steps: OFF:OFF:OFF BLINK:OFF:OFF" "$work/reboot.out" ||
     fail "the power LED did not blink red for the reboot"
+[ "$(grep -x -e "LED:BLINK:OFF:OFF" -e "BASIC:REBOOT" "$root/sim/efi/commands" | tail -2 | tr '\n' ' ')" = \
+    "LED:BLINK:OFF:OFF BASIC:REBOOT " ] || fail "the controller was not told to restart after the blinking LED"
 
 # --- the bare program on a sim root, ended by SIGINT, with -noupdate ---
 root=$work/bare

@@ -1,7 +1,9 @@
 // The main window as a frontend sees it: the controller's notifications reach the main window, every
 // client of both ports hears the button and the coming shutdown, and the instrument goes down.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <thread>
 
@@ -16,6 +18,9 @@
 
 namespace halvern::test {
 namespace {
+
+using ::testing::Contains;
+using ::testing::Not;
 
 class MainWindowOverSepTest : public MainWindowTest {
 protected:
@@ -86,6 +91,24 @@ TEST_F(MainWindowOverSepTest, HoldingTheButtonTellsEveryClientAndShutsDown)
     EXPECT_TRUE(containsInOrder(
         logMessages(), {">>> Initiate System Shutdown >>>", "++ WM_CLOSE received", "Initiate Shutdown sequence",
                         "[2] DestroyLocalComponents", "++ WM_DESTROY received"}));
+    // The controller went as far as the blinking red LED and was never asked to restart the instrument.
+    const auto told = m_model.commandHistory();
+    EXPECT_THAT(told, Contains(L"LED:BLINK:OFF:OFF"));
+    EXPECT_THAT(told, Not(Contains(L"BASIC:REBOOT")));
+}
+
+// The instrument comes back only when its controller is told so, after the LED blinks red.
+TEST_F(MainWindowOverSepTest, ARebootTellsTheControllerToRestartAfterTheBlinkingLed)
+{
+    SysManagerC::Instance()->ConfigurePowerCycleRequest(POWER_REQUEST_REBOOT, true, 0);
+    EXPECT_EQ(closeAndRun(), 0);
+    EXPECT_TRUE(containsInOrder(logMessages(), {"Initiate Reboot sequence", "Set power LED to blinking RED"}));
+    const auto told = m_model.commandHistory();
+    const auto blink = std::find(told.begin(), told.end(), L"LED:BLINK:OFF:OFF");
+    const auto reboot = std::find(told.begin(), told.end(), L"BASIC:REBOOT");
+    ASSERT_NE(reboot, told.end());
+    EXPECT_LT(blink, reboot) << "the LED blinks before the restart";
+    EXPECT_EQ(std::count(told.begin(), told.end(), L"BASIC:REBOOT"), 1);
 }
 
 // The overlay's state as every client hears it: (state, MB used, MB available).

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "efi/EFIServiceIPC.h"
 #include "efi/EFIServiceIPCDirectCommand.h"
 #include "platform/NamedPipe.h"
+#include "platform/sim/SimRoot.h"
 #include "sim/ControlCommands.h"
 #include "sim/efi/EfiControlCommands.h"
 #include "support/TestEnvironment.h"
@@ -91,6 +94,23 @@ TEST_F(EfiControlCommandsTest, StateSetFromOutsideIsWhatHalvernReads)
     EXPECT_EQ(m_commands.execute("efi battery X rsoc 1").rfind("ERROR", 0), 0u);
     EXPECT_EQ(m_commands.execute("efi battery L rsoc lots").rfind("ERROR", 0), 0u);
     EXPECT_EQ(m_commands.execute("radar"), "ERROR unknown command radar");
+}
+
+TEST_F(EfiControlCommandsTest, EveryRequestTheControllerReceivesIsRecordedInOrder)
+{
+    const std::string file = platform::sim::root() + "/sim/efi/commands";
+    m_model.recordCommandsTo(file);
+    ASSERT_TRUE(m_client.InitializeEFICommunication());
+    EXPECT_EQ(m_commands.execute("efi history"), "OK ");
+    m_client.ExecuteBasicCommand(EFI_BASIC_REBOOT, false);
+    m_client.ExecuteBasicCommand(EFI_BASIC_CLOSE, true);
+    EFIServiceIPCDirectCommand unknown(L"NO:SUCH");
+    m_client.ExecuteCommandTransaction(unknown);
+    // Also what it answers "OK" without acting on it, and what it does not know.
+    EXPECT_EQ(m_commands.execute("efi history"), "OK BASIC:REBOOT; BASIC:CLOSE; NO:SUCH");
+    std::ifstream in(file);
+    const std::string recorded((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(recorded, "BASIC:REBOOT\nBASIC:CLOSE\nNO:SUCH\n");
 }
 
 TEST_F(EfiControlCommandsTest, ButtonSupplyAndErrorsArePushedAsNotifications)
