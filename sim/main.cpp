@@ -101,6 +101,8 @@ int runInstrumentOnly()
 
 int main(int argc, char** argv)
 {
+    // An output reader that has gone ("| head") must not take the instrument down under a running Halvern.
+    signal(SIGPIPE, SIG_IGN);
     CLI::App app{"halvern-sim: the simulated instrument, with Halvern running on it"};
     std::string root;
     std::string halvernPath = besideThisProgram("halvern");

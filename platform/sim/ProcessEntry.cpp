@@ -24,6 +24,10 @@ int main(int argc, char** argv)
         return 2;
     }
 
+    // A reader of the standard output that has gone (a "| head" that is done) must not end Halvern: its
+    // writes then fail quietly, and the log file goes on. Started programs get the default back.
+    signal(SIGPIPE, SIG_IGN);
+
     // SIGINT and SIGTERM become WM_CLOSE for the main window, so Ctrl-C ends Halvern through its own
     // close path. Blocked here, before any thread starts, so only the waiting thread receives them.
     sigset_t closeSignals;

@@ -31,6 +31,17 @@ wait_for_line() {
 # pipefail an early exit would end the writer with SIGPIPE and fail the check.
 messages() { cut -f2- "$log" | tr -d '\000'; }
 
+# Ctrl-C for a program, then its exit code, which must be 0.
+interrupt_ends_cleanly() {
+    local pid=$1 what=$2 code
+    kill -INT "$pid"
+    set +e
+    wait "$pid"
+    code=$?
+    set -e
+    [ "$code" -eq 0 ] || fail "$what ended with $code after Ctrl-C"
+}
+
 in_order() {
     local from=1 n
     for text in "$@"; do
@@ -119,12 +130,7 @@ set -e
 [ "$second" -eq 0 ] || fail "second instance exited with $second"
 grep -qxF "[ERROR]: Another Halvern instance detected, quitting." <(messages) || fail "second instance not refused"
 
-kill -INT "$sim_pid"
-set +e
-wait "$sim_pid"
-code=$?
-set -e
-[ "$code" -eq 0 ] || fail "halvern-sim ended with $code after Ctrl-C"
+interrupt_ends_cleanly "$sim_pid" halvern-sim
 banner="======= Halvern Application started, version: 4.0.0.0 ======="
 rule=$(printf '%*s' "${#banner}" '' | tr ' ' '=')
 in_order "$rule" "$banner" "$rule" \
@@ -185,6 +191,20 @@ grep -qxF "halvern-sim: power LED steps: OFF:OFF:OFF BLINK:OFF:OFF" "$work/reboo
 [ "$(grep -x -e "LED:BLINK:OFF:OFF" -e "BASIC:REBOOT" "$root/sim/efi/commands" | tail -2 | tr '\n' ' ')" = \
     "LED:BLINK:OFF:OFF BASIC:REBOOT " ] || fail "the controller was not told to restart after the blinking LED"
 
+# --- a standard output whose reader has gone ("| head"): neither program dies of it ---
+root=$work/head
+log=$root/D/logs/Halvern.log
+"$halvern_sim" --root "$root" -- -noupdate > >(head -1 > "$work/head.out") 2>&1 &
+sim_pid=$!
+pids+=("$sim_pid")
+wait_for_line "Sucessufully launched Zentor Application"
+# Halvern's own output during its start (the process runner's lines) came after the reader had gone.
+kill -0 "$sim_pid" 2> /dev/null || fail "halvern-sim died of its closed output"
+interrupt_ends_cleanly "$sim_pid" "halvern-sim with a closed output"
+in_order "InitInstance done!" "++ WM_CLOSE received" "[2] DestroyLocalComponents" "++ WM_DESTROY received" \
+    "[1] DestroyLocalComponents"
+grep -qx "signalled" "$root/kernel/Global/HalvernShutdownResponse" || fail "shutdown response event not signalled"
+
 # --- the bare program on a sim root, ended by SIGINT, with -noupdate ---
 root=$work/bare
 log=$root/D/logs/Halvern.log
@@ -193,12 +213,7 @@ HALVERN_ROOT=$root "$halvern" -noupdate &
 pid=$!
 pids+=("$pid")
 wait_for_line "InitInstance done!"
-kill -INT "$pid"
-set +e
-wait "$pid"
-code=$?
-set -e
-[ "$code" -eq 0 ] || fail "halvern ended with $code after SIGINT"
+interrupt_ends_cleanly "$pid" halvern
 in_order "starting halvern with option -noupdate" "Halvern [HwRelatedInit] [ERROR]: Failed to initialize communication with EFI" \
     "[ERROR]: isHwErrorDetected: Failed to execute HW status EFI command" "InitInstance done!" "++ WM_CLOSE received" \
     "[1] DestroyLocalComponents"
