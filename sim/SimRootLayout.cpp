@@ -10,6 +10,7 @@
 
 #include "platform/Registry.h"
 #include "platform/sim/SimClock.h"
+#include "platform/sim/SimHostedNetwork.h"
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimWlanDriver.h"
@@ -132,7 +133,9 @@ bool provideWindows(const std::string& root, std::string& error)
         // The simulated sensor board is on this machine.
         !provideValue(root + "/registry/HKCU/SOFTWARE/Vexar/Halvern", "SensorBoardAddress", platform::kRegSz,
                       "127.0.0.1") ||
-        !provideFile(root + "/C/Windows/System32/uwfcfgmgmt.dll", "simulated write filter configuration library\n")) {
+        !provideFile(root + "/C/Windows/System32/uwfcfgmgmt.dll", "simulated write filter configuration library\n") ||
+        // An instrument's write filter has its overlay also while it is off: 1024 MB, nothing used.
+        !platform::sim::makeDirectories(root + "/sim/uwf") || !provideFile(root + "/sim/uwf/overlay", "0 1024\n")) {
         error = "cannot prepare the Windows settings of " + root + ": " + std::strerror(errno);
         return false;
     }
@@ -227,6 +230,15 @@ bool createSimRootLayout(const std::string& root, std::string& error)
     }
     if (!provideHardwareInformation(root)) {
         error = "cannot prepare the hardware information of " + root + ": " + std::strerror(errno);
+        return false;
+    }
+    // Each start of the simulated instrument is a boot of its Windows, and a hosted network does not
+    // outlive one: the access point a former run left on is off again.
+    if (exists(root + "/sim/wlan/hostednetwork") &&
+        !platform::sim::updateHostedNetwork(root, [](platform::sim::SimHostedNetworkS& network) {
+            if (network.state == "active") network.state = "idle";
+        })) {
+        error = "cannot reset the hosted network of " + root + ": " + std::strerror(errno);
         return false;
     }
     return true;

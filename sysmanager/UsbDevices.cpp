@@ -149,11 +149,24 @@ bool SysManagerC::startOverlayWatch(OverlayWatchC::PauseFn pause)
 {
     if (m_overlayWatch) return true;
     const platform::WindowHandle window = GetMainWindow();
+    // Without the write filter (production and service mode) nothing fills an overlay: one that cannot be
+    // read is then expected, said once and not as an error, and counts as empty. The filter's state changes
+    // only with a restart. A state that cannot be read counts as on.
+    bool filterActive = true;
+    if (!GetUWFilter(filterActive)) filterActive = true;
     // The watch keeps no pointer to the instance: it reads the platform and posts to the window it was
     // given.
     auto watch = std::make_unique<OverlayWatchC>(
-        [](std::uint32_t& consumption, std::uint32_t& available) {
-            return platform::readWriteFilterOverlay(consumption, available);
+        [filterActive, said = false](std::uint32_t& consumption, std::uint32_t& available) mutable {
+            if (platform::readWriteFilterOverlay(consumption, available)) return true;
+            if (filterActive) return false;
+            if (!said)
+                WriteLog("[%s] the write filter is off and its overlay cannot be read, GLE=%d", "OverlayWatchC",
+                         lastErrorNumber());
+            said = true;
+            consumption = 0;
+            available = 0;
+            return true;
         },
         [window](std::int32_t state) {
             const std::uint32_t message = WM_UWF_OVERLAY_STATE_1 + static_cast<std::uint32_t>(state - 1);

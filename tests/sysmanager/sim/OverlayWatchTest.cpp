@@ -3,6 +3,7 @@
 // is the test's: each reading happens when the test lets it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
@@ -15,6 +16,7 @@
 #include "sim/WindowsControlCommands.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/OverlayWatchC.h"
+#include "sysmanager/SysManagerC.h"
 
 namespace halvern::test {
 namespace {
@@ -128,6 +130,42 @@ TEST_F(OverlayWatchTest, EachChangeOfStateIsAnnouncedOnce)
     for (const auto& message : logMessages())
         if (message.rfind("[OverlayWatchC] [ERROR]: reading the write filter's overlay failed", 0) == 0) ++failures;
     EXPECT_EQ(failures, 1) << "a failing reading is logged once, not at every poll";
+}
+
+// Without the write filter an unreadable overlay is how things are, not an error: an error line in a normal
+// start is to mean something.
+TEST_F(OverlayWatchTest, AnUnreadableOverlayWhileTheFilterIsOffIsLoggedOnceAndNotAsAnError)
+{
+    // A fresh simulated instrument has its overlay, as a real one has.
+    std::uint32_t used = 1, available = 0;
+    ASSERT_TRUE(platform::readWriteFilterOverlay(used, available));
+    EXPECT_EQ(used, 0u);
+    EXPECT_EQ(available, 1024u);
+
+    // Its write filter is off (production and service mode); without the overlay's figures:
+    std::remove((platform::sim::root() + "/sim/uwf/overlay").c_str());
+    SysManagerC* manager = SysManagerC::Instance();
+    ASSERT_TRUE(manager->startOverlayWatch(pause()));
+    ASSERT_TRUE(readingsDone(1));
+    ASSERT_TRUE(nextReading());
+    EXPECT_TRUE(manager->stopOverlayWatch());
+    SysManagerC::DestroyInstance();
+    const auto messages = logMessages();
+    EXPECT_EQ(std::count(messages.begin(), messages.end(),
+                         "[OverlayWatchC] the write filter is off and its overlay cannot be read, GLE=1168"),
+              1);
+    for (const auto& message : messages)
+        EXPECT_EQ(message.find("[ERROR]"), std::string::npos) << message;
+
+    // With the filter on, the same is an error.
+    ASSERT_EQ(m_commands.execute("uwf on").rfind("OK", 0), 0u);
+    manager = SysManagerC::Instance();
+    ASSERT_TRUE(manager->startOverlayWatch(pause()));
+    ASSERT_TRUE(nextReading());
+    EXPECT_TRUE(manager->stopOverlayWatch());
+    SysManagerC::DestroyInstance();
+    EXPECT_NE(findMessage(logMessages(), "[OverlayWatchC] [ERROR]: reading the write filter's overlay failed, GLE=1168"),
+              -1);
 }
 
 TEST_F(OverlayWatchTest, StoppingDuringAReadingEndsCleanlyWithoutAnnouncingIt)
