@@ -16,6 +16,7 @@
 #include "platform/Service.h"
 #include "platform/Sync.h"
 #include "platform/Text.h"
+#include "platform/UserRegistry.h"
 #include "platform/WinError.h"
 #include "sysmanager/SysManagerC.h"
 
@@ -31,6 +32,8 @@ const wchar_t* const kUserinitWithShell = L"C:\\Windows\\system32\\userinit.exe,
 const wchar_t* const kUserinitWithoutShell = L"C:\\Windows\\system32\\userinit.exe,";
 const wchar_t* const kExplorer = L"c:\\windows\\explorer.exe";
 const wchar_t* const kCursorsKey = L"Control Panel\\Cursors";
+// The session the instrument's user is logged on to.
+constexpr std::uint32_t kUserSession = 1;
 // uwfmgr and netsh end within seconds; one that hangs must not hold a client's command for ever.
 constexpr std::uint32_t kToolWaitMs = 30000;
 constexpr std::uint32_t kExitCodeTerminated = 1;
@@ -342,7 +345,20 @@ bool SysManagerC::hideMousePointer(bool hide)
 bool SysManagerC::writeMousePointerToRegistry(bool hidden)
 {
     platform::UniqueRegKey key;
-    platform::RegStatus status = platform::regCreateKey(platform::RegHive::CurrentUser, kCursorsKey, key);
+    platform::RegStatus status = 0;
+    if (IsRunnigFromUserAccount() >= 1) {
+        status = platform::regCreateKey(platform::RegHive::CurrentUser, kCursorsKey, key);
+    } else {
+        // SYSTEM's own HKCU is nobody's screen: the pointer is the logged-on user's, whose session the
+        // applications run in.
+        platform::UniqueHandle userToken;
+        platform::UniqueRegKey userHive;
+        if (!platform::queryUserToken(kUserSession, userToken))
+            status = static_cast<platform::RegStatus>(platform::lastError());
+        else
+            status = platform::regOpenUserHive(userToken.get(), userHive);
+        if (status == 0) status = platform::regCreateKey(userHive, kCursorsKey, key);
+    }
     if (status == 0) status = platform::regSetString(key, L"", hidden ? L"Hidden" : L"Windows Default", true);
     // 1: a user scheme, 2: one of Windows' own.
     if (status == 0) status = platform::regSetDword(key, L"Scheme Source", hidden ? 1 : 2);

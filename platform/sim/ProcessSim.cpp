@@ -29,6 +29,7 @@
 #include "platform/Text.h"
 #include "platform/sim/SimObject.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/SimSession.h"
 
 extern char** environ;
 
@@ -544,6 +545,22 @@ bool getUserName(std::wstring& name)
     name = widen(readFirstLine(simFile("session/user"), "SYSTEM"));
     return true;
 }
+
+namespace sim {
+
+std::optional<std::uint32_t> tokenSession(HandleValue token)
+{
+    auto* object = dynamic_cast<TokenObjectC*>(lookupObject(token));
+    if (object == nullptr) return std::nullopt;
+    return object->sessionId;
+}
+
+std::string loggedOnUser()
+{
+    return readFirstLine(simFile("session/logged-on-user"), "Operator");
+}
+
+}  // namespace sim
 
 bool queryUserToken(std::uint32_t sessionId, UniqueHandle& token)
 {

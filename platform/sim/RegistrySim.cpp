@@ -9,9 +9,11 @@
 #include <sstream>
 
 #include "platform/Registry.h"
+#include "platform/UserRegistry.h"
 #include "platform/Text.h"
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/SimSession.h"
 
 namespace platform {
 
@@ -207,20 +209,26 @@ RegStatus regQueryMultiString(const UniqueRegKey& key, const std::wstring& value
     return static_cast<RegStatus>(kErrorSuccess);
 }
 
-RegStatus regOpenKeyRead(const UniqueRegKey& parent, const std::wstring& subKey, UniqueRegKey& key)
+namespace {
+
+// A key below an open one; `create` makes it and its missing parents.
+RegStatus keyBelow(const UniqueRegKey& parent, const std::wstring& subKey, bool create, UniqueRegKey& key)
 {
-    if (!parent) {
-        key.reset();
-        return static_cast<RegStatus>(kErrorInvalidHandle);
-    }
+    key.reset();
+    if (!parent) return static_cast<RegStatus>(kErrorInvalidHandle);
     const std::string folder = sim::resolveBelow(static_cast<SimRegKeyC*>(parent.get())->folder,
                                                  sim::splitWindowsPath(narrow(subKey).value_or(std::string())));
-    if (!sim::isDirectory(folder)) {
-        key.reset();
-        return static_cast<RegStatus>(kErrorFileNotFound);
-    }
+    if (create ? !sim::makeDirectories(folder) : !sim::isDirectory(folder))
+        return static_cast<RegStatus>(create ? kErrorAccessDenied : kErrorFileNotFound);
     key.reset(new SimRegKeyC{folder});
     return static_cast<RegStatus>(kErrorSuccess);
+}
+
+}  // namespace
+
+RegStatus regOpenKeyRead(const UniqueRegKey& parent, const std::wstring& subKey, UniqueRegKey& key)
+{
+    return keyBelow(parent, subKey, false, key);
 }
 
 RegStatus regEnumKey(const UniqueRegKey& key, std::uint32_t index, std::wstring& name)
@@ -294,6 +302,22 @@ RegStatus regQueryDword(const UniqueRegKey& key, const std::wstring& valueName, 
         value |= static_cast<std::uint32_t>(static_cast<unsigned char>(stored->data[i])) << (8 * i);
     }
     return static_cast<RegStatus>(kErrorSuccess);
+}
+
+RegStatus regOpenUserHive(HandleValue userToken, UniqueRegKey& hive)
+{
+    hive.reset();
+    if (!sim::tokenSession(userToken)) return static_cast<RegStatus>(kErrorInvalidHandle);
+    const std::string base = sim::root();
+    const std::string folder = base + "/registry/HKU/" + sim::loggedOnUser();
+    if (base.empty() || !sim::makeDirectories(folder)) return static_cast<RegStatus>(kErrorAccessDenied);
+    hive.reset(new SimRegKeyC{folder});
+    return static_cast<RegStatus>(kErrorSuccess);
+}
+
+RegStatus regCreateKey(const UniqueRegKey& parent, const std::wstring& subKey, UniqueRegKey& key)
+{
+    return keyBelow(parent, subKey, true, key);
 }
 
 }  // namespace platform

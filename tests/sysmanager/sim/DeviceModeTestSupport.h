@@ -33,6 +33,13 @@ inline std::string registryData(platform::RegHive hive, const std::string& key, 
     return stored ? stored->data : std::string();
 }
 
+// The cursor file of a pointer role as the user logged on to the instrument's session ("Operator") sees it.
+inline std::string loggedOnUserCursor(const std::string& role)
+{
+    const auto stored = platform::sim::readValue(platform::sim::root() + "/registry/HKU/Operator/Control Panel/Cursors", role);
+    return stored ? stored->data : std::string();
+}
+
 inline std::string serviceStart(const std::string& service)
 {
     return registryData(platform::RegHive::LocalMachine, "SYSTEM\\CurrentControlSet\\Services\\" + service, "Start");

@@ -75,8 +75,9 @@ void expectOpened()
     EXPECT_EQ(userinit(), "C:\\Windows\\system32\\userinit.exe, C:\\Windows\\explorer.exe,");
     EXPECT_TRUE(eventually([] { return explorerProcesses().size() == 1; })) << "the shell runs";
     EXPECT_EQ(denyRemoteDesktop(), "0");
-    EXPECT_EQ(registryData(platform::RegHive::CurrentUser, "Control Panel\\Cursors", "Arrow"),
-              "C:\\Windows\\Cursors\\aero_arrow.cur");
+    EXPECT_EQ(loggedOnUserCursor("Arrow"), "C:\\Windows\\Cursors\\aero_arrow.cur");
+    EXPECT_EQ(registryData(platform::RegHive::CurrentUser, "Control Panel\\Cursors", "Arrow"), "")
+        << "not the pointer of the account Halvern runs as";
     EXPECT_FALSE(firewallOn(platform::FirewallProfileE::Private));
     EXPECT_EQ(net::NetManagerC::GetAdapterSpeed(), 5);
 }
@@ -177,8 +178,9 @@ TEST_F(DeviceModesTest, ProductionModeWithoutTheFilterNeedsNoRestartAndCustomerM
     EXPECT_EQ(userinit(), "C:\\Windows\\system32\\userinit.exe,");
     EXPECT_TRUE(explorerProcesses().empty()) << "the shell is ended";
     EXPECT_EQ(denyRemoteDesktop(), "1");
-    EXPECT_EQ(registryData(platform::RegHive::CurrentUser, "Control Panel\\Cursors", "Arrow"),
-              "C:\\Windows\\Cursors\\hidden.cur");
+    EXPECT_EQ(loggedOnUserCursor("Arrow"), "C:\\Windows\\Cursors\\hidden.cur");
+    EXPECT_EQ(registryData(platform::RegHive::CurrentUser, "Control Panel\\Cursors", "Arrow"), "")
+        << "not the pointer of the account Halvern runs as";
     EXPECT_TRUE(firewallOn(platform::FirewallProfileE::Private));
     EXPECT_EQ(net::NetManagerC::GetAdapterSpeed(), 4);
     EXPECT_EQ(platform::sim::currentFilterState(), false);
@@ -191,6 +193,28 @@ TEST_F(DeviceModesTest, ProductionModeWithoutTheFilterNeedsNoRestartAndCustomerM
 
     EXPECT_FALSE(SysManagerC::Instance()->productionMode(true, info));
     EXPECT_STREQ(info.writeFilter, "No switch possible before restarting device!");
+}
+
+// The pointer belongs to whoever sits at the screen: the user logged on to the session, reached through its
+// token while Halvern runs as SYSTEM; Halvern's own hive when it runs as that user itself.
+TEST_F(DeviceModesTest, TheCursorSchemeGoesToTheLoggedOnUsersHive)
+{
+    SysManagerC* manager = SysManagerC::Instance();
+    ASSERT_TRUE(manager->hideMousePointer(true));
+    EXPECT_EQ(loggedOnUserCursor("Arrow"), "C:\\Windows\\Cursors\\hidden.cur");
+    EXPECT_EQ(loggedOnUserCursor(""), "Hidden");
+    EXPECT_EQ(registryData(platform::RegHive::CurrentUser, "Control Panel\\Cursors", "Arrow"), "");
+
+    platform::sim::makeDirectories(platform::sim::root() + "/sim/session");
+    std::ofstream(platform::sim::root() + "/sim/session/user") << "Operator\n";
+    ASSERT_TRUE(manager->hideMousePointer(false));
+    EXPECT_EQ(registryData(platform::RegHive::CurrentUser, "Control Panel\\Cursors", "Arrow"),
+              "C:\\Windows\\Cursors\\aero_arrow.cur");
+
+    // Without a user logged on there is no pointer to change: said, not hidden.
+    std::ofstream(platform::sim::root() + "/sim/session/user") << "SYSTEM\n";
+    std::ofstream(platform::sim::root() + "/sim/session/processes") << "4 0 System\n";
+    EXPECT_FALSE(manager->hideMousePointer(true));
 }
 
 TEST_F(DeviceModesTest, AFailingFeatureStopsCustomerModeButNotProductionMode)
