@@ -70,31 +70,182 @@ TEST(RecordCodingTest, AStringThatFillsItsWholeBufferIsNotSentAndNotAccepted)
     EXPECT_EQ(badString, 0) << "the ssid";
 }
 
-TEST(RecordCodingTest, OneVisitEncodesAndDecodesEveryFieldInOrder)
-{
-    REC::WindowsOsTimeInfo sent;
-    for (int i = 0; i < 6; ++i)
-        sent.fields[i] = 2000 + i;
-    std::snprintf(sent.timeZone, sizeof sent.timeZone, "%s", "W. Europe Standard Time");
-    sent.daylightSaving = true;
-    for (auto coding : {SEP::CodingE::Binary, SEP::CodingE::Ascii}) {
+// A record against its wire layout written field by field, in both codings: the record's frame must be the
+// layout's frame byte for byte, and the layout's frame must decode into the named fields. A record that
+// swaps two fields of one type fails both.
+class RecordLayoutTest : public ::testing::Test {
+protected:
+    using Fields = std::function<bool(SEP::DataWriterI&)>;
+
+    static Bytes frame(SEP::CodingE coding, const Fields& fields)
+    {
         auto coder = SEP::makeCoder(coding);
         Bytes message;
-        ASSERT_TRUE(encode(
-            *coder, 1054, SEP::MESSAGE_KIND_COMMAND, {}, {},
-            [&](SEP::DataWriterI& w) { return SEP::encodeRecord(w, sent); }, message));
-        coder->setReadFrame(message.data(), message.size());
-        std::uint32_t kind = 0;
-        std::uint16_t id = 0;
-        SEP::AddressC source, destination;
-        ASSERT_TRUE(coder->readHeader(kind, id, source, destination));
-        REC::WindowsOsTimeInfo received;
-        ASSERT_EQ(SEP::decodeRecord(*coder, received), SEP::DecodeResultE::Ok);
-        EXPECT_TRUE(std::equal(std::begin(sent.fields), std::end(sent.fields), std::begin(received.fields)));
-        EXPECT_STREQ(received.timeZone, "W. Europe Standard Time");
-        EXPECT_TRUE(received.daylightSaving);
-        EXPECT_TRUE(coder->atEnd());
+        EXPECT_TRUE(encode(*coder, 1, SEP::MESSAGE_KIND_COMMAND, {}, {}, fields, message));
+        return message;
     }
+
+    template <typename Record>
+    static void expectLayout(Record sent, const Fields& layout, const std::function<void(const Record&)>& check)
+    {
+        for (auto coding : {SEP::CodingE::Binary, SEP::CodingE::Ascii}) {
+            EXPECT_EQ(frame(coding, [&sent](SEP::DataWriterI& w) { return SEP::encodeRecord(w, sent); }),
+                      frame(coding, layout))
+                << "encoded " << typeid(Record).name();
+            const Bytes message = frame(coding, layout);
+            auto coder = SEP::makeCoder(coding);
+            coder->setReadFrame(message.data(), message.size());
+            std::uint32_t kind = 0;
+            std::uint16_t id = 0;
+            SEP::AddressC source, destination;
+            ASSERT_TRUE(coder->readHeader(kind, id, source, destination));
+            Record received;
+            ASSERT_EQ(SEP::decodeRecord(*coder, received), SEP::DecodeResultE::Ok);
+            EXPECT_TRUE(coder->atEnd());
+            check(received);
+        }
+    }
+};
+
+TEST_F(RecordLayoutTest, PowerCycleTimeAndLedRequestsFollowTheirLayouts)
+{
+    REC::DoPowerOffExt power;
+    power.type = 2;
+    power.force = true;
+    power.timeout = 30;
+    expectLayout<REC::DoPowerOffExt>(
+        power, [](SEP::DataWriterI& w) { return w.writeI32(2) && w.writeBool(true) && w.writeI32(30); },
+        [](const REC::DoPowerOffExt& r) {
+            EXPECT_EQ(r.type, 2);
+            EXPECT_TRUE(r.force);
+            EXPECT_EQ(r.timeout, 30);
+        });
+
+    REC::TimeSpec time;
+    time.year = 2026;
+    time.month = 11;
+    time.day = 25;
+    time.hour = 19;
+    time.minute = 48;
+    time.second = 7;
+    expectLayout<REC::TimeSpec>(
+        time,
+        [](SEP::DataWriterI& w) {
+            return w.writeI32(2026) && w.writeI32(11) && w.writeI32(25) && w.writeI32(19) && w.writeI32(48) &&
+                   w.writeI32(7);
+        },
+        [](const REC::TimeSpec& r) {
+            EXPECT_EQ(r.year, 2026);
+            EXPECT_EQ(r.month, 11);
+            EXPECT_EQ(r.day, 25);
+            EXPECT_EQ(r.hour, 19);
+            EXPECT_EQ(r.minute, 48);
+            EXPECT_EQ(r.second, 7);
+        });
+
+    REC::PowerLedCfg led;
+    led.state = 1;
+    led.colour = 2;
+    expectLayout<REC::PowerLedCfg>(
+        led, [](SEP::DataWriterI& w) { return w.writeI32(1) && w.writeI32(2); },
+        [](const REC::PowerLedCfg& r) {
+            EXPECT_EQ(r.state, 1);
+            EXPECT_EQ(r.colour, 2);
+        });
+
+    REC::WindowsOsTimeInfo info;
+    for (int i = 0; i < 6; ++i)
+        info.fields[i] = 10 + i;
+    std::snprintf(info.timeZone, sizeof info.timeZone, "%s", "W. Europe Standard Time");
+    info.daylightSaving = true;
+    expectLayout<REC::WindowsOsTimeInfo>(
+        info,
+        [](SEP::DataWriterI& w) {
+            for (int i = 0; i < 6; ++i)
+                if (!w.writeI32(10 + i)) return false;
+            return w.writeString("W. Europe Standard Time") && w.writeBool(true);
+        },
+        [](const REC::WindowsOsTimeInfo& r) {
+            for (int i = 0; i < 6; ++i)
+                EXPECT_EQ(r.fields[i], 10 + i);
+            EXPECT_STREQ(r.timeZone, "W. Europe Standard Time");
+            EXPECT_TRUE(r.daylightSaving);
+        });
+}
+
+TEST_F(RecordLayoutTest, FeatureWlanCommandAndUartRequestsFollowTheirLayouts)
+{
+    // The wire order is the reverse of the log line's: port forwarding, remote desktop, write filter.
+    REC::EnaProdFeat features;
+    features.portForwarding = true;
+    features.remoteDesktop = false;
+    features.uwf = false;
+    expectLayout<REC::EnaProdFeat>(
+        features, [](SEP::DataWriterI& w) { return w.writeBool(true) && w.writeBool(false) && w.writeBool(false); },
+        [](const REC::EnaProdFeat& r) {
+            EXPECT_TRUE(r.portForwarding);
+            EXPECT_FALSE(r.remoteDesktop);
+            EXPECT_FALSE(r.uwf);
+        });
+
+    REC::WlanCfgExt wlan;
+    wlan.enabled = true;
+    std::snprintf(wlan.ssid, sizeof wlan.ssid, "%s", "Zentor-1");
+    std::snprintf(wlan.password, sizeof wlan.password, "%s", "secret-9");
+    wlan.band = 2;
+    wlan.extension = false;
+    expectLayout<REC::WlanCfgExt>(
+        wlan,
+        [](SEP::DataWriterI& w) {
+            return w.writeBool(true) && w.writeString("Zentor-1") && w.writeString("secret-9") && w.writeI32(2) &&
+                   w.writeBool(false);
+        },
+        [](const REC::WlanCfgExt& r) {
+            EXPECT_TRUE(r.enabled);
+            EXPECT_STREQ(r.ssid, "Zentor-1");
+            EXPECT_STREQ(r.password, "secret-9");
+            EXPECT_EQ(r.band, 2);
+            EXPECT_FALSE(r.extension);
+        });
+
+    REC::ExeCmdRequest command;
+    command.vantNotMora = true;
+    std::snprintf(command.commandLine, sizeof command.commandLine, "%s", "ipconfig /all");
+    std::snprintf(command.directory, sizeof command.directory, "%s", "C:\\");
+    command.runnerValue = 5000;
+    expectLayout<REC::ExeCmdRequest>(
+        command,
+        [](SEP::DataWriterI& w) {
+            return w.writeBool(true) && w.writeString("ipconfig /all") && w.writeString("C:\\") && w.writeU32(5000);
+        },
+        [](const REC::ExeCmdRequest& r) {
+            EXPECT_TRUE(r.vantNotMora);
+            EXPECT_STREQ(r.commandLine, "ipconfig /all");
+            EXPECT_STREQ(r.directory, "C:\\");
+            EXPECT_EQ(r.runnerValue, 5000u);
+        });
+
+    REC::UartTransCmd uart;
+    std::snprintf(uart.uartName, sizeof uart.uartName, "%s", "MORA");
+    std::snprintf(uart.input, sizeof uart.input, "%s", "uname -a");
+    std::snprintf(uart.config, sizeof uart.config, "%s", "115200");
+    std::snprintf(uart.reply, sizeof uart.reply, "%s", "Linux");
+    uart.a = 1000;
+    uart.b = 7;
+    expectLayout<REC::UartTransCmd>(
+        uart,
+        [](SEP::DataWriterI& w) {
+            return w.writeString("MORA") && w.writeString("uname -a") && w.writeString("115200") &&
+                   w.writeString("Linux") && w.writeU32(1000) && w.writeU32(7);
+        },
+        [](const REC::UartTransCmd& r) {
+            EXPECT_STREQ(r.uartName, "MORA");
+            EXPECT_STREQ(r.input, "uname -a");
+            EXPECT_STREQ(r.config, "115200");
+            EXPECT_STREQ(r.reply, "Linux");
+            EXPECT_EQ(r.a, 1000u);
+            EXPECT_EQ(r.b, 7u);
+        });
 }
 
 TEST_F(CommandSetTest, ApiLevelComesWithTheSuccessHeaderInBothCodings)

@@ -111,6 +111,39 @@ TEST_F(MainWindowOverSepTest, ARebootTellsTheControllerToRestartAfterTheBlinking
     EXPECT_EQ(std::count(told.begin(), told.end(), L"BASIC:REBOOT"), 1);
 }
 
+// The ids of the next `count` events a client receives.
+std::vector<int> eventIds(SEP::SepClientC& client, std::size_t count)
+{
+    std::vector<int> ids;
+    std::vector<std::uint8_t> frame;
+    while (ids.size() < count && client.receiveFrame(frame, 5000)) {
+        SEP::DecodedFrameT event;
+        if (SEP::decodeFrame(frame, event) && event.kind == SEP::MESSAGE_KIND_EVENT) ids.push_back(event.messageId);
+    }
+    return ids;
+}
+
+// What each of the controller's notifications tells a connected client, through the window procedure: the
+// button going down and up, the power source (1001) for code 5, the supervisor's intervention (1002) for
+// code 4; code 3, errors and unknown categories nothing.
+TEST_F(MainWindowOverSepTest, EachNotificationCodeRaisesItsOwnEventAndCodeThreeNone)
+{
+    WndProc(m_window, WM_EFI_NOTIFICATION, 1, 1);
+    WndProc(m_window, WM_EFI_NOTIFICATION, 1, 2);  // at once: too short to shut down
+    WndProc(m_window, WM_EFI_NOTIFICATION, 1, 3);
+    WndProc(m_window, WM_EFI_NOTIFICATION, 1, 4);
+    WndProc(m_window, WM_EFI_NOTIFICATION, 1, 3);
+    WndProc(m_window, WM_EFI_NOTIFICATION, 1, 5);
+    WndProc(m_window, WM_EFI_NOTIFICATION, 0, 3);
+    WndProc(m_window, WM_EFI_NOTIFICATION, 7, 4);
+    // A last press marks the end: anything raised before it is in the list.
+    WndProc(m_window, WM_EFI_NOTIFICATION, 1, 1);
+    const std::vector<int> expected = {1000, 1000, 1002, 1001, 1000};
+    for (auto& client : m_clients)
+        EXPECT_EQ(eventIds(*client, expected.size()), expected);
+    EXPECT_NE(findMessage(logMessages(), "++WM_EFI_NOTIFICATION : Notification 3 received"), -1);
+}
+
 // The overlay's state as every client hears it: (state, MB used, MB available).
 std::vector<std::vector<std::int64_t>> overlayEvents(SEP::SepClientC& client, std::size_t count)
 {

@@ -28,7 +28,8 @@ TEST_F(MainWindowTest, PressesShorterThanHalfASecondAreDiscardedAndHalfASecondSh
     EXPECT_EQ(closeAndRun(), 0) << "the close event was posted";
 }
 
-TEST_F(MainWindowTest, EfiErrorsAndUnknownCategoriesAreLoggedAndCodeThreeRaisesNothing)
+// What each code raises for clients is seen by a client in MainWindowOverSepTest.
+TEST_F(MainWindowTest, EfiErrorsUnknownCategoriesAndCodeThreeAreLogged)
 {
     WndProc(m_window, WM_EFI_NOTIFICATION, 0, 0x1f);
     WndProc(m_window, WM_EFI_NOTIFICATION, 7, 1);

@@ -49,10 +49,23 @@ protected:
 TEST_F(WinMainTest, StartsRefusesASecondInstanceAndEndsOnCloseRequest)
 {
     auto response = platform::createEvent(nullptr, true, false, L"Global\\HalvernShutdownResponse");
-    // A close request before the window exists waits for it, as a Ctrl-C during start-up does.
+    auto first = std::async(std::launch::async, [] { return wWinMain({L"halvern", L"-noupdate"}); });
+    bool running = false;
+    for (int wait = 0; wait < 6000 && !running; ++wait) {
+        const auto lines = logMessages();
+        running = std::find(lines.begin(), lines.end(), "InitInstance done!") != lines.end();
+        if (!running) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(running);
+
+    // A second start while the first runs quits at once, and neither ends the first nor says it has ended.
+    EXPECT_EQ(wWinMain({L"halvern"}), 0);
+    EXPECT_EQ(first.wait_for(std::chrono::milliseconds(0)), std::future_status::timeout);
+    EXPECT_EQ(platform::waitForSingleObject(response.get(), 0), platform::kWaitTimeout);
+
     platform::sim::requestClose();
-    const int exitCode = wWinMain({L"halvern", L"-noupdate"});
-    EXPECT_EQ(exitCode, 0);
+    ASSERT_EQ(first.wait_for(std::chrono::seconds(120)), std::future_status::ready);
+    EXPECT_EQ(first.get(), 0);
     EXPECT_EQ(platform::waitForSingleObject(response.get(), 0), platform::kWaitObject0);
 
     const auto messages = logMessages();
@@ -60,7 +73,8 @@ TEST_F(WinMainTest, StartsRefusesASecondInstanceAndEndsOnCloseRequest)
     const std::string rule(text.size(), '=');
     EXPECT_TRUE(containsInOrder(
         messages,
-        {"starting halvern with option -noupdate", rule, text, rule, "InitInstance done!", "++ WM_CLOSE received",
+        {"starting halvern with option -noupdate", rule, text, rule, "InitInstance done!",
+         "[ERROR]: Another Halvern instance detected, quitting.", "++ WM_CLOSE received",
          "WM_CLOSE - SHUTDOWN: 15", "[2] DestroyLocalComponents", "[SysManagerC::DestroyInstance]",
          "++ WM_DESTROY received", "Halvern [wWinMain]: Main Message loop terminated, exiting Halvern application",
          "[1] DestroyLocalComponents"}))

@@ -3,10 +3,17 @@
 // Windows down.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
+#include <sstream>
 #include <thread>
+#include <vector>
 
 #include "platform/sim/SimRoot.h"
 #include "sim/standin/StandInInstall.h"
@@ -101,7 +108,98 @@ TEST_F(ApplicationsTest, TheInstrumentNameDecidesWhetherTheFrontendStarts)
     EXPECT_FALSE(contains(linesOf("apps/log"), "frontend started"));
 }
 
-TEST_F(ApplicationsTest, ApplicationsStartInOrderAndEndInOrderWithTheStubbornTerminated)
+// The roles of this test's running stand-ins by process id; a program started earlier has the lower id.
+std::map<int, std::string> standInChildren()
+{
+    std::map<int, std::string> children;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        const std::string name = entry.path().filename().string();
+        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+        std::ifstream stat(entry.path() / "stat");
+        std::string line;
+        if (!std::getline(stat, line) || line.rfind(')') == std::string::npos) continue;
+        std::istringstream fields(line.substr(line.rfind(')') + 2));
+        std::string state;
+        int parent = 0;
+        if (!(fields >> state >> parent) || parent != ::getpid() || state == "Z") continue;
+        std::ifstream cmdline(entry.path() / "cmdline", std::ios::binary);
+        std::vector<std::string> words;
+        for (std::string word; std::getline(cmdline, word, '\0');)
+            words.push_back(word);
+        std::ifstream environment(entry.path() / "environ", std::ios::binary);
+        bool thisInstrument = false;
+        for (std::string variable; std::getline(environment, variable, '\0');)
+            thisInstrument = thisInstrument || variable == "HALVERN_ROOT=" + platform::sim::root();
+        if (thisInstrument && words.size() >= 2 && words[0].find("halvern-standin") != std::string::npos)
+            children[std::stoi(name)] = words[1];
+    }
+    return children;
+}
+
+// Virtual time that notes, at each sleep, how long it was and which applications had started before it.
+class StartOrderClockC final : public platform::ClockI {
+public:
+    std::uint64_t tickCount64() override { return m_now; }
+    void sleep(std::uint32_t milliseconds) override
+    {
+        m_now += milliseconds;
+        sleeps.push_back(milliseconds);
+        // A stand-in notes its start a moment after it was started; nothing started after this sleep can.
+        startedBefore.push_back(onSleep ? onSleep(sleeps.size()) : std::vector<std::string>{});
+    }
+    std::chrono::milliseconds idleWait(std::uint64_t milliseconds) override
+    {
+        m_now += milliseconds;
+        return std::chrono::milliseconds(0);
+    }
+    std::function<std::vector<std::string>(std::size_t sleepNumber)> onSleep;
+    std::vector<std::uint32_t> sleeps;
+    std::vector<std::vector<std::string>> startedBefore;
+
+private:
+    std::uint64_t m_now = 1'000'000;
+};
+
+TEST_F(ApplicationsTest, ApplicationsStartInOrderWithTheirDelays)
+{
+    writeSimFile("computer/name", "ZENTOR-1000001\n");
+    manager->SetBackendToFrontendDelay(2345);
+    StartOrderClockC clock;
+    // Before the first wait the console and the diagnostics service run; before the second the backend too.
+    const std::vector<std::vector<std::string>> expectedBefore = {{"console", "diagnostics"},
+                                                                  {"console", "diagnostics", "backend"}};
+    clock.onSleep = [&expectedBefore](std::size_t sleepNumber) {
+        const auto& expected = expectedBefore[std::min(sleepNumber, expectedBefore.size()) - 1];
+        for (const auto& role : expected)
+            waitForLine("apps/log", role + " started");
+        std::vector<std::string> started;
+        for (const auto& line : linesOf("apps/log"))
+            started.push_back(line.substr(0, line.find(' ')));
+        return started;
+    };
+    platform::setClock(&clock);
+    ASSERT_TRUE(manager->StartComApplication());
+    platform::setClock(nullptr);
+
+    EXPECT_EQ(clock.sleeps, (std::vector<std::uint32_t>{500, 2345}))
+        << "500 ms after the diagnostics service, the configured delay after the backend";
+    ASSERT_EQ(clock.startedBefore.size(), 2u);
+    for (std::size_t i = 0; i < 2; ++i) {
+        auto started = clock.startedBefore[i];
+        std::sort(started.begin(), started.end());
+        auto expected = expectedBefore[i];
+        std::sort(expected.begin(), expected.end());
+        EXPECT_EQ(started, expected) << "before wait " << i + 1;
+    }
+    EXPECT_TRUE(waitForLine("apps/log", "frontend started"));
+
+    std::vector<std::string> byStart;
+    for (const auto& child : standInChildren())
+        byStart.push_back(child.second);
+    EXPECT_EQ(byStart, (std::vector<std::string>{"console", "diagnostics", "backend", "frontend"}));
+}
+
+TEST_F(ApplicationsTest, ApplicationsEndInOrderWithTheStubbornTerminated)
 {
     writeSimFile("computer/name", "ZENTOR-1000001\n");
     ASSERT_TRUE(manager->StartComApplication());
