@@ -57,6 +57,8 @@ std::string lower(std::string text)
 bool installWindowsStandIns(const std::string& root, const std::string& windowsProgram, std::string& error)
 {
     for (const auto& standIn : kStandIns) {
+        // Under Wine the shell is Wine's own explorer.exe, its desktop process, which must stay.
+        if (std::strcmp(standIn.role, "explorer") == 0) continue;
         const std::string path = root + "/" + standIn.path;
         if (!makeFolderOf(path, error)) return false;
         std::error_code failure;

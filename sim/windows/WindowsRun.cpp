@@ -48,7 +48,8 @@ bool exists(const std::string& path)
 void setWineEnvironment(const WindowsRunT& run, std::uint16_t relayPort)
 {
     ::setenv("WINEPREFIX", (run.root + "/wine").c_str(), 1);
-    ::setenv("WINEDEBUG", "-all", 1);
+    // Wine's own messages only when asked for (WINEDEBUG=+serial ... to look into a Wine run).
+    ::setenv("WINEDEBUG", "-all", 0);
     ::setenv("WINEDLLOVERRIDES", kDllOverrides, 1);
     ::setenv("HALVERN_SIM_RELAY_PORT", std::to_string(relayPort).c_str(), 1);
     // The backend is found through the search path, which has Python's folder on the instrument.
@@ -119,8 +120,6 @@ class SepPortAnnouncerC {
 public:
     explicit SepPortAnnouncerC(const std::string& root) : m_root(root)
     {
-        for (const char* port : {"55557", "55558"})
-            std::remove((root + "/sim/sep/" + port).c_str());
         std::ifstream log(logFilePath(root), std::ios::ate);
         if (log) m_offset = log.tellg();
         m_thread = std::thread([this] { watch(); });
@@ -210,6 +209,9 @@ int runHalvernUnderWine(const WindowsRunT& given, const volatile std::sig_atomic
             return 2;
         }
     }
+    // The ports of an earlier run must not lead a client to a port nobody listens on any more.
+    for (const char* port : {"55557", "55558"})
+        std::remove((run.root + "/sim/sep/" + port).c_str());
     WineRelayServerC relay;
     std::string error;
     if (!relay.start(run.root, run.hostStandIn, error)) {

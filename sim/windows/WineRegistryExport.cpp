@@ -24,6 +24,8 @@ const ExportedKeyT kExportedKeys[] = {
     {"HKCU", "HKEY_CURRENT_USER", "SOFTWARE/Vexar"},
     {"HKLM", "HKEY_LOCAL_MACHINE", "SOFTWARE/Vexar"},
     {"HKLM", "HKEY_LOCAL_MACHINE", "SYSTEM/CurrentControlSet/Control/Class/{4D36E972-E325-11CE-BFC1-08002BE10318}"},
+    // Wine keeps the zone of the machine it runs on and leaves most of this key empty.
+    {"HKLM", "HKEY_LOCAL_MACHINE", "SYSTEM/CurrentControlSet/Control/TimeZoneInformation"},
 };
 
 std::string regQuoted(const std::string& text)
