@@ -351,4 +351,9 @@ bool disconnectPipeClient(HandleValue pipe)
     return object != nullptr && object->disconnect();
 }
 
+bool flushPipe(HandleValue pipe)
+{
+    return lookupPipe(pipe) != nullptr;
+}
+
 }  // namespace platform

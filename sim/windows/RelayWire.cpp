@@ -117,7 +117,9 @@ void relayPipeMessages(platform::HandleValue pipe, platform::SocketValue socket,
             if (kind != RelayFrameE::Message) continue;
             if (!platform::writePipe(pipe, payload.data(), static_cast<std::uint32_t>(payload.size()))) break;
         }
-        // The reader below waits in the pipe: only ending the pipe's I/O lets it see the end.
+        // The instrument's last reply (the diagnostics service's answer before it ends) is read before the
+        // client is let go. The reader below waits in the pipe: only ending the pipe's I/O lets it see the end.
+        if (serverEnd) platform::flushPipe(pipe);
         platform::cancelPipeIo(pipe);
         if (serverEnd) platform::disconnectPipeClient(pipe);
     });

@@ -156,6 +156,9 @@ in_order "++WM_EFI_NOTIFICATION : Notification 1 received" "++WM_EFI_NOTIFICATIO
     ">>> Initiate System Shutdown >>>" "Configured power cycle request: 2, force: 1, timeout: 0" \
     "++ WM_CLOSE received" "Request Zentor Application Exit" "Initiate Shutdown sequence" \
     "[2] DestroyLocalComponents" "++ WM_DESTROY received"
+# The diagnostics service's answer came back through its pipe before the service ended.
+messages | grep -qF "[SysManagerC::ShutdownDiagnosticsService] got 3 bytes from" ||
+    fail "the diagnostics service's answer to its shutdown request was lost"
 grep -qx "root@127.0.0.1 init 0" "$root/sim/sensorboard/halted" || fail "the sensor board was not halted over ssh"
 # Windows' own shutdown of the machine never happens under Wine (facility "shutdown"): Halvern.exe's
 # request is answered and logged, the simulated instrument sees the power sequence.
