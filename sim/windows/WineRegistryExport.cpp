@@ -140,8 +140,11 @@ std::string wineRegistryText(const std::string& root)
         platform::sim::readValue(root + "/registry/HKCU/SOFTWARE/Vexar/Halvern", "SensorBoardTelnetPort");
     if (telnetPort && !machineValues.count("SensorBoardTelnetPort"))
         out << "\"SensorBoardTelnetPort\"=" << regData(*telnetPort) << "\n";
-    // The SEP ports listen on loopback in a Wine run; the ranges keep to it even if they did not.
-    if (!machineValues.count("SepAllowedAddressRanges"))
+    // The SEP ports listen on loopback in a Wine run; the ranges keep to it even if they did not, unless the
+    // instrument has its own.
+    const bool userRanges =
+        platform::sim::readValue(root + "/registry/HKCU/SOFTWARE/Vexar/Halvern", "SepAllowedAddressRanges").has_value();
+    if (!machineValues.count("SepAllowedAddressRanges") && !userRanges)
         out << "\"SepAllowedAddressRanges\"=" << regData({platform::kRegMultiSz, "127.0.0.0/8"}) << "\n";
     out << "\n";
     // The instrument's name, not the name of the machine Wine runs on (a default name keeps the frontend
