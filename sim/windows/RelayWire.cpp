@@ -1,5 +1,6 @@
 #include "sim/windows/RelayWire.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <thread>
@@ -86,6 +87,21 @@ std::uint16_t relayPort()
     return parsePort(std::string(text, got));
 }
 
+namespace {
+
+constexpr int kServedPollMs = 100;
+
+bool instrumentServes(const std::string& name, std::uint16_t port)
+{
+    platform::UniqueSocket relay = connectRelay(port);
+    RelayFrameE kind{};
+    std::string answer;
+    return relay && sendRelayFrame(relay.get(), RelayFrameE::Served, name) &&
+           receiveRelayFrame(relay.get(), kind, answer) && answer == "1";
+}
+
+}  // namespace
+
 bool serveRelayedPipe(const std::wstring& name, std::uint16_t port)
 {
     const std::wstring path = L"\\\\.\\pipe\\" + name;
@@ -99,9 +115,12 @@ bool serveRelayedPipe(const std::wstring& name, std::uint16_t port)
                 platform::UniqueSocket relay = connectRelay(port);
                 if (relay && sendRelayFrame(relay.get(), RelayFrameE::Pipe, narrowName))
                     relayPipeMessages(instance->get(), relay.get(), true);
-                else
-                    platform::disconnectPipeClient(instance->get());
+                // Closed, not disconnected: the client sees the broken pipe (109) of a service that ended,
+                // as on Windows, and opens the pipe anew.
+                instance->reset();
             }).detach();
+            while (!instrumentServes(narrowName, port))
+                std::this_thread::sleep_for(std::chrono::milliseconds(kServedPollMs));
             instance = std::make_shared<platform::UniqueHandle>(platform::createPipeServer(path));
         }
     }).detach();
@@ -121,7 +140,6 @@ void relayPipeMessages(platform::HandleValue pipe, platform::SocketValue socket,
         // client is let go. The reader below waits in the pipe: only ending the pipe's I/O lets it see the end.
         if (serverEnd) platform::flushPipe(pipe);
         platform::cancelPipeIo(pipe);
-        if (serverEnd) platform::disconnectPipeClient(pipe);
     });
     std::string message;
     char chunk[4096];
@@ -134,7 +152,6 @@ void relayPipeMessages(platform::HandleValue pipe, platform::SocketValue socket,
         message.clear();
     }
     platform::shutdownSocket(socket);
-    if (serverEnd) platform::disconnectPipeClient(pipe);
     toPipe.join();
 }
 

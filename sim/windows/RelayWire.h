@@ -23,6 +23,7 @@ enum class RelayFrameE : std::uint8_t {
     Exit = 'X',       // instrument -> Windows side: the program ended with this code (decimal)
     ServePipe = 'S',  // instrument -> Windows side: serve this pipe name while the program runs
     HoldMutex = 'H',  // instrument -> Windows side: hold this named mutex while the program runs
+    Served = 'Q',     // Windows side -> instrument: is this pipe served? The answer is "1" or "0"
 };
 
 // Frames above this size are refused: a pipe message of the instrument is far smaller.
@@ -42,12 +43,15 @@ platform::UniqueSocket connectRelay(std::uint16_t port);
 std::uint16_t relayPort();
 
 // Carries messages between a connected pipe and a relay connection, both ways, until either side ends;
-// then both are ended. `serverEnd`: the pipe handle is the server's instance (the Windows side).
+// then the relay connection is shut down and the pipe's I/O cancelled (its owner closes it).
+// `serverEnd`: the pipe handle is the server's instance (the Windows side), whose client reads what was
+// written to it before the relay lets go.
 void relayPipeMessages(platform::HandleValue pipe, platform::SocketValue socket, bool serverEnd);
 
 // Serves the pipe "\\.\pipe\NAME" for as long as the process lives (a thread of its own): each client
-// gets a relay connection of its own, on which the instrument opens its pipe of that name. False when
-// the pipe cannot be made; its first instance is there on return.
+// gets a relay connection of its own, on which the instrument opens its pipe of that name. While the
+// instrument does not serve it (a stopped service), no new instance is made, so that an open fails with 2
+// as it does on Windows. False when the pipe cannot be made; its first instance is there on return.
 bool serveRelayedPipe(const std::wstring& name, std::uint16_t port);
 
 // Program and arguments in a Run frame, and back.

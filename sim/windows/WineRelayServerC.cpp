@@ -106,6 +106,7 @@ void WineRelayServerC::serveConnection(platform::SocketValue socket)
     std::string payload;
     if (!receiveRelayFrame(socket, kind, payload)) return;
     if (kind == RelayFrameE::Pipe) relayPipe(socket, payload);
+    if (kind == RelayFrameE::Served) sendRelayFrame(socket, RelayFrameE::Served, exists(m_root + "/pipe/" + payload) ? "1" : "0");
     if (kind == RelayFrameE::Run) runStandIn(socket, splitRunRequest(payload));
 }
 
@@ -132,6 +133,9 @@ void WineRelayServerC::runStandIn(platform::SocketValue socket, const std::vecto
     const pid_t child = ::fork();
     if (child < 0) return;
     if (child == 0) {
+        // Out of the terminal's process group: Ctrl-C is for halvern-sim, which closes Halvern.exe, which
+        // ends its programs.
+        ::setpgid(0, 0);
         ::dup2(writing.get(), STDOUT_FILENO);
         ::setenv("HALVERN_ROOT", m_root.c_str(), 1);
         std::vector<std::string> words{m_standInProgram, role};

@@ -170,6 +170,15 @@ start_instrument second
 wait_for_line "InitInstance done!" 120
 echo "second start: InitInstance done! after $(($(date +%s) - started_at)) s"
 wait_for_line "Sucessufully launched Zentor Application" 60
+# A stopped EFI service breaks Halvern.exe's notification pipe; while it is stopped its pipes cannot be
+# opened (as on Windows) and Halvern.exe goes on.
+ctl efi service stop > /dev/null || fail "cannot stop the EFI service"
+wait_for_line "[EFIServiceIPC::ReadResponseFromEFI] [WARN]: Notification pipe has been broken" 20
+sleep 2
+broken=$(messages | grep -c "Notification pipe has been broken" || true)
+# Halvern.exe looks again every 100 ms; a pipe that still opened and broke at once would spin much faster.
+[ "$broken" -le 40 ] || fail "the stopped service's pipe broke $broken times in 2 s"
+ctl efi service start > /dev/null || fail "cannot start the EFI service again"
 kill -INT "$sim_pid"
 wait_until_ended "$sim_pid" 90 || fail "Ctrl-C did not end Halvern.exe within 90 s"
 set +e
