@@ -18,6 +18,8 @@ namespace {
 constexpr std::uint32_t kReadChunk = 128;
 constexpr std::uint32_t kStartPollMs = 1;
 constexpr int kStartPolls = 2000;
+// How often a port whose event wait cannot block is read instead.
+constexpr std::uint32_t kEventlessPollMs = 5;
 constexpr const char* kFallbackMode = "9600,n,8,1";
 
 std::string errorText()
@@ -136,9 +138,13 @@ void SerialPortC::eventLoop()
     for (;;) {
         std::uint32_t events = 0;
         if (!platform::waitCommEvent(device, events)) {
-            if (platform::lastError() != platform::kErrorOperationAborted)
-                logError("Failed to wait for event on port " + m_portText);
-            break;
+            const bool cancelled = platform::lastError() == platform::kErrorOperationAborted;
+            if (!cancelled) logError("Failed to wait for event on port " + m_portText);
+            if (!cancelled || m_closing) break;
+            // Cancelled while nobody closes the port: a driver that cannot watch the line ends every wait
+            // at once (Wine on a pseudo-terminal, which has no modem status). Reading in short steps
+            // still gets every byte.
+            std::this_thread::sleep_for(std::chrono::milliseconds(kEventlessPollMs));
         }
         readAvailable(device, received);
         std::string terminator;
@@ -244,6 +250,7 @@ bool SerialPortC::write(const std::string& bytes)
 bool SerialPortC::close()
 {
     bool closed = true;
+    m_closing = true;
     if (m_device) {
         if (!platform::cancelIo(m_device.get())) logError("Failed to cancel IO for port " + m_portText);
         if (!platform::closeHandle(m_device.release())) {
@@ -260,6 +267,7 @@ bool SerialPortC::close()
         }
     }
     m_eventThreadId = std::thread::id();
+    m_closing = false;
     return closed;
 }
 

@@ -51,6 +51,8 @@ private:
     platform::UniqueHandle m_eventThread;
     std::atomic<std::thread::id> m_eventThreadId{};
     std::atomic<bool> m_eventLoopRunning{false};
+    // Set by close() before it cancels the event thread's wait.
+    std::atomic<bool> m_closing{false};
     SerialListenerFn m_listener = nullptr;
     void* m_listenerContext = nullptr;
     std::string m_terminator;

@@ -38,6 +38,10 @@ UniqueHandle createPipeServer(const std::wstring& name);
 // ConnectNamedPipe: waits until a client opens this instance (true too when it already has).
 bool connectPipeClient(HandleValue pipe);
 // DisconnectNamedPipe: the client's next read fails with 233 or 109; the instance may connect again.
+// Whatever the client has not read yet is lost with it: flushPipe first.
 bool disconnectPipeClient(HandleValue pipe);
+// FlushFileBuffers on a server instance: returns once the client has read every message written to it
+// (at once on the simulation platform, whose sockets keep what was written for the reader).
+bool flushPipe(HandleValue pipe);
 
 }  // namespace platform

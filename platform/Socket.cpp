@@ -1,6 +1,7 @@
 #include "platform/Socket.h"
 
 #include <cstdio>
+#include <cstdlib>
 
 namespace platform {
 
@@ -34,6 +35,33 @@ std::string formatIpv4(std::uint32_t address)
     std::snprintf(text, sizeof text, "%u.%u.%u.%u", (address >> 24) & 0xFF, (address >> 16) & 0xFF,
                   (address >> 8) & 0xFF, address & 0xFF);
     return text;
+}
+
+namespace {
+
+const char* serverPortOverride(std::uint16_t defaultPort)
+{
+    const std::string name = "HALVERN_SEP_PORT_" + std::to_string(defaultPort);
+    const char* value = std::getenv(name.c_str());
+    return value != nullptr && *value != '\0' ? value : nullptr;
+}
+
+}  // namespace
+
+std::uint16_t serverPort(std::uint16_t defaultPort)
+{
+    // HALVERN_SEP_PORT_<default port>=<port>, 0 for any free port.
+    const char* value = serverPortOverride(defaultPort);
+    if (value == nullptr) return defaultPort;
+    char* end = nullptr;
+    const unsigned long port = std::strtoul(value, &end, 10);
+    if (*end != '\0' || port > 65535) return defaultPort;
+    return static_cast<std::uint16_t>(port);
+}
+
+bool serverPortMoved()
+{
+    return serverPortOverride(55557) != nullptr || serverPortOverride(55558) != nullptr;
 }
 
 }  // namespace platform

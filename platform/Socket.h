@@ -109,16 +109,18 @@ std::string socketErrorText(std::uint32_t error);
 bool parseIpv4(const std::string& text, std::uint32_t& address);
 std::string formatIpv4(std::uint32_t address);
 
-// The TCP port a server of this process listens on in place of `defaultPort`. On the instrument that is
-// always `defaultPort`; the simulation platform may move it (0: any free port) so that several
-// instruments and test runs share one machine.
+// The TCP port a server of this process listens on in place of `defaultPort`: `defaultPort` unless
+// HALVERN_SEP_PORT_<defaultPort> moves it (0: any free port), so that several simulated instruments and
+// test runs, of either build, share one machine. The instrument itself never sets it.
 std::uint16_t serverPort(std::uint16_t defaultPort);
+// True when the environment moves either SEP port.
+bool serverPortMoved();
 // Tells the instrument's other programs where the server for `defaultPort` listens. On the instrument
 // they know the fixed port; the simulation platform records the port in the sim root
 // ($HALVERN_ROOT/sim/sep/<default port>), where the stand-in applications look.
 void announceServerPort(std::uint16_t defaultPort, std::uint16_t port);
 // The local address servers listen on: every interface on the instrument, loopback on the simulation
-// platform.
+// platform and for a Windows build whose ports the environment moved.
 std::uint32_t serverListenAddress();
 
 }  // namespace platform

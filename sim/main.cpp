@@ -31,6 +31,7 @@
 #include "sim/wlan/DriverEventControlCommands.h"
 #include "sim/wlan/HostedNetworkControlCommands.h"
 #include "sim/wlan/RadioControlCommands.h"
+#include "sim/windows/WindowsRun.h"
 
 namespace {
 
@@ -116,6 +117,10 @@ int main(int argc, char** argv)
         ->capture_default_str()
         ->check(CLI::NonNegativeNumber);
     app.add_option("halvern-arguments", halvernArguments, "arguments for Halvern, after --");
+    bool windows = false;
+    std::string windowsBuild = besideThisProgram("../windows");
+    app.add_flag("--windows", windows, "run the Windows build's Halvern.exe under Wine instead of the host build");
+    app.add_option("--windows-build", windowsBuild, "the Windows build holding Halvern.exe")->capture_default_str();
     auto* ctl = app.add_subcommand("ctl", "send one command to a running instrument and print its reply");
     std::string ctlRoot;
     std::vector<std::string> ctlWords;
@@ -189,6 +194,17 @@ int main(int argc, char** argv)
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+
+    if (windows) {
+        const int exitCode = halvern::sim::runHalvernUnderWine(
+            {root, windowsBuild, besideThisProgram("halvern-standin"), besideThisProgram("wine-instrument"),
+             halvernArguments},
+            g_closeRequested);
+        reportPowerState(root, efiModel);
+        std::printf("halvern-sim: Halvern.exe exited with code %d; log %s\n", exitCode,
+                    halvern::sim::logFilePath(root).c_str());
+        return exitCode;
+    }
 
     const pid_t child = fork();
     if (child < 0) {

@@ -1,3 +1,6 @@
+#include <unistd.h>
+
+#include <climits>
 #include <mutex>
 
 #include "platform/CommandLine.h"
@@ -23,6 +26,13 @@ std::vector<std::wstring> commandLineArguments()
 {
     std::lock_guard<std::mutex> guard(g_argsLock);
     return g_arguments;
+}
+
+std::wstring currentProgramPath()
+{
+    char self[PATH_MAX] = {};
+    const ssize_t length = ::readlink("/proc/self/exe", self, sizeof self - 1);
+    return length > 0 ? widen(std::string(self, static_cast<std::size_t>(length))) : std::wstring();
 }
 
 }  // namespace platform

@@ -361,4 +361,9 @@ bool disconnectPipeClient(HandleValue pipe)
     return object != nullptr && object->disconnect();
 }
 
+bool flushPipe(HandleValue pipe)
+{
+    return lookupPipe(pipe) != nullptr;
+}
+
 }  // namespace platform

@@ -303,18 +303,6 @@ std::string socketErrorText(std::uint32_t error)
     return "WSA error " + std::to_string(error);
 }
 
-std::uint16_t serverPort(std::uint16_t defaultPort)
-{
-    // HALVERN_SEP_PORT_<default port>=<port>, 0 for any free port.
-    const std::string name = "HALVERN_SEP_PORT_" + std::to_string(defaultPort);
-    const char* value = std::getenv(name.c_str());
-    if (value == nullptr || *value == '\0') return defaultPort;
-    char* end = nullptr;
-    const unsigned long port = std::strtoul(value, &end, 10);
-    if (*end != '\0' || port > 65535) return defaultPort;
-    return static_cast<std::uint16_t>(port);
-}
-
 void announceServerPort(std::uint16_t defaultPort, std::uint16_t port)
 {
     const std::string folder = sim::root() + "/sim/sep";

@@ -77,4 +77,9 @@ bool disconnectPipeClient(HandleValue pipe)
     return DisconnectNamedPipe(pipe) != FALSE;
 }
 
+bool flushPipe(HandleValue pipe)
+{
+    return FlushFileBuffers(pipe) != FALSE;
+}
+
 }  // namespace platform

@@ -219,11 +219,6 @@ std::string socketErrorText(std::uint32_t error)
     return "WSA error " + std::to_string(error);
 }
 
-std::uint16_t serverPort(std::uint16_t defaultPort)
-{
-    return defaultPort;
-}
-
 void announceServerPort(std::uint16_t, std::uint16_t)
 {
     // The instrument's applications know the fixed ports.
@@ -231,7 +226,9 @@ void announceServerPort(std::uint16_t, std::uint16_t)
 
 std::uint32_t serverListenAddress()
 {
-    return kAnyAddress;
+    // A port moved through the environment belongs to a run on a shared machine (the simulated instrument
+    // under Wine): it must not be reachable from the network that machine is on.
+    return serverPortMoved() ? kLoopbackAddress : kAnyAddress;
 }
 
 }  // namespace platform

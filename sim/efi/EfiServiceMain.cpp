@@ -3,9 +3,12 @@
 //
 //   efi-service-sim [--hwstatus TEXT] [--rsoc-l N] [--rsoc-h N] [--battery] [--ready FILE] [--stop FILE]
 //                   [--history FILE]
+//   efi-service-sim --relay PORT [--ready FILE] [--stop FILE]
 //
 // --ready names a file it creates once both pipes are served; --stop a file whose appearance ends it;
-// --history a file that receives every request text, one a line.
+// --history a file that receives every request text, one a line. With --relay it keeps no controller of
+// its own: every pipe client is relayed to the simulated instrument listening on 127.0.0.1:PORT
+// (halvern-sim --windows), whose controller `halvern-sim ctl efi` acts on (and records).
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -16,12 +19,14 @@
 #include "platform/Text.h"
 #include "sim/efi/EfiControllerModel.h"
 #include "sim/efi/EfiServiceSim.h"
+#include "sim/windows/RelayWire.h"
 
 int main(int argc, char** argv)
 {
     halvern::sim::EfiControllerModelC model;
     std::string readyFile;
     std::string stopFile;
+    long relayPort = 0;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         const bool hasValue = i + 1 < argc;
@@ -35,6 +40,8 @@ int main(int argc, char** argv)
             model.setBattery("H", "rsoc", std::atoi(argv[++i]));
         } else if (option == "--battery") {
             model.setMains(false);
+        } else if (option == "--relay" && hasValue) {
+            relayPort = std::strtol(argv[++i], nullptr, 10);
         } else if (option == "--ready" && hasValue) {
             readyFile = argv[++i];
         } else if (option == "--history" && hasValue) {
@@ -47,7 +54,14 @@ int main(int argc, char** argv)
         }
     }
     halvern::sim::EfiServiceSimC service(model);
-    if (!service.start()) {
+    if (relayPort > 0 && relayPort < 65536) {
+        for (const wchar_t* name : {L"EFIServiceIPC", L"EFIServiceNotify"}) {
+            if (!halvern::sim::serveRelayedPipe(name, static_cast<std::uint16_t>(relayPort))) {
+                std::fprintf(stderr, "efi-service-sim: cannot serve the EFI service pipes\n");
+                return 1;
+            }
+        }
+    } else if (!service.start()) {
         std::fprintf(stderr, "efi-service-sim: cannot serve the EFI service pipes\n");
         return 1;
     }

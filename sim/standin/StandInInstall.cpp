@@ -2,8 +2,11 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "platform/sim/SimRoot.h"
@@ -36,16 +39,56 @@ const StandInT kStandIns[] = {
     {"C/Windows/System32/format.com", "format"},
 };
 
+bool makeFolderOf(const std::string& path, std::string& error)
+{
+    if (platform::sim::makeDirectories(path.substr(0, path.rfind('/')))) return true;
+    error = "cannot create the folder of " + path + ": " + std::strerror(errno);
+    return false;
+}
+
+std::string lower(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
 }  // namespace
+
+bool installWindowsStandIns(const std::string& root, const std::string& windowsProgram, std::string& error)
+{
+    for (const auto& standIn : kStandIns) {
+        // Under Wine the shell is Wine's own explorer.exe, its desktop process, which must stay.
+        if (std::strcmp(standIn.role, "explorer") == 0) continue;
+        const std::string path = root + "/" + standIn.path;
+        if (!makeFolderOf(path, error)) return false;
+        std::error_code failure;
+        std::filesystem::remove(path, failure);
+        std::filesystem::copy_file(windowsProgram, path, failure);
+        if (failure) {
+            error = "cannot copy " + windowsProgram + " to " + path + ": " + failure.message();
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string standInRole(const std::string& windowsPath)
+{
+    // "C:\a\b" -> "c/a/b", the form of the table.
+    std::string path = lower(windowsPath);
+    if (path.size() < 3 || path[1] != ':') return {};
+    path.erase(1, 1);
+    std::replace(path.begin(), path.end(), '\\', '/');
+    for (const auto& standIn : kStandIns)
+        if (lower(standIn.path) == path) return standIn.role;
+    return {};
+}
 
 bool installStandIns(const std::string& root, const std::string& standInProgram, std::string& error)
 {
     for (const auto& standIn : kStandIns) {
         const std::string path = root + "/" + standIn.path;
-        if (!platform::sim::makeDirectories(path.substr(0, path.rfind('/')))) {
-            error = "cannot create the folder of " + path + ": " + std::strerror(errno);
-            return false;
-        }
+        if (!makeFolderOf(path, error)) return false;
         std::ofstream out(path, std::ios::trunc);
         out << "#!/bin/sh\nexec '" << standInProgram << "' " << standIn.role << " \"$@\"\n";
         out.close();

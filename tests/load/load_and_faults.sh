@@ -3,9 +3,20 @@
 # done and checked), then its log: no line torn, none left unfinished.
 #
 #   load_and_faults.sh HALVERN HALVERN_SIM SEP_FAULT_LOAD [--soak SECONDS]
+#   load_and_faults.sh --windows WINDOWS_BUILD ROOT HALVERN_SIM SEP_FAULT_LOAD
 #
 # Without --soak the clients run 30 s (the CI run); a soak run repeats the faults for as long as asked.
+# With --windows the Windows build's Halvern.exe runs under Wine (halvern-sim --windows) on the sim root
+# ROOT, whose Wine prefix is kept between runs.
 set -euo pipefail
+windows_build=
+if [ "${1:-}" = --windows ]; then
+    windows_build=$2
+    windows_root=$3
+    shift 3
+    set -- "" "$@"
+    [ -x "$2" ] && [ -x "$3" ] || { echo "SKIP: the host build (halvern-sim, sep-fault-load) is not there"; exit 77; }
+fi
 halvern=$1
 halvern_sim=$2
 load=$3
@@ -30,17 +41,33 @@ wait_for() {
     fail "timed out waiting for: $1"
 }
 
-root=$work/instrument
+root=${windows_root:-$work/instrument}
 log=$root/D/logs/Halvern.log
-"$halvern_sim" --root "$root" --no-halvern > "$work/sim.out" 2>&1 &
-pids+=($!)
-wait_for '[ -S "$root/sim/control" ]'
 # Only 127.0.0.1 may connect, so that a client bound to 127.0.0.2 knocks from outside the allowed ranges.
-printf 'REG_MULTI_SZ\n127.0.0.1/32\n' > "$root/registry/HKCU/SOFTWARE/Vexar/Halvern/SepAllowedAddressRanges"
-HALVERN_ROOT=$root HALVERN_SEP_PORT_55557=0 HALVERN_SEP_PORT_55558=0 "$halvern" > "$work/halvern.out" 2>&1 &
-pids+=($!)
-halvern_pid=${pids[1]}
-wait_for '[ -f "$log" ] && grep -aqF "InitInstance done!" "$log"'
+allow_loopback_only() {
+    mkdir -p "$root/registry/HKCU/SOFTWARE/Vexar/Halvern"
+    printf 'REG_MULTI_SZ\n127.0.0.1/32\n' > "$root/registry/HKCU/SOFTWARE/Vexar/Halvern/SepAllowedAddressRanges"
+}
+if [ -n "$windows_build" ]; then
+    allow_loopback_only
+    rm -f "$log" "$log.old"
+    HALVERN_SEP_PORT_55557=0 HALVERN_SEP_PORT_55558=0 "$halvern_sim" --windows --windows-build "$windows_build" \
+        --root "$root" > "$work/halvern.out" 2>&1 &
+    pids+=($!)
+    sim_pid=$!
+    wait_for '[ -f "$log" ] && grep -aqF "InitInstance done!" "$log" && [ -s "$root/sim/sep/55558" ]'
+    # Halvern.exe is the Wine process halvern-sim started (the figures of its resident set are Wine's).
+    wait_for 'halvern_pid=$(pgrep -P "$sim_pid" -f "Halvern.exe" | head -1) && [ -n "$halvern_pid" ]'
+else
+    "$halvern_sim" --root "$root" --no-halvern > "$work/sim.out" 2>&1 &
+    pids+=($!)
+    wait_for '[ -S "$root/sim/control" ]'
+    allow_loopback_only
+    HALVERN_ROOT=$root HALVERN_SEP_PORT_55557=0 HALVERN_SEP_PORT_55558=0 "$halvern" > "$work/halvern.out" 2>&1 &
+    pids+=($!)
+    halvern_pid=${pids[1]}
+    wait_for '[ -f "$log" ] && grep -aqF "InitInstance done!" "$log"'
+fi
 port=$(cat "$root/sim/sep/55557")
 echo "started after ${SECONDS} s"
 
