@@ -478,11 +478,17 @@ WlanSelectionResultT WlanChanSelector::selectChannel(const std::vector<WlanAllow
             static_cast<int>(record.channel) != avoid)
             wide.push_back(record);
     if (bandMode == HALVERN_WLAN_2_4_GHZ) {
+        // One look over all 40 MHz capable channels at once: asked channel by channel, whichever came first
+        // in the driver's list would win, even one overlapping both neighbours of 1, 6 and 11.
+        std::vector<WlanObservedNetworkT> onWide;
         for (const auto& record : wide) {
             if (static_cast<std::int32_t>(record.channel) >= kFirst5GhzChannel) continue;
             const auto networks = perChannel.find(record.channel);
-            if (networks == perChannel.end()) continue;
-            const WlanSelectionResultT preferred = findPreferredChannel(networks->second);
+            if (networks != perChannel.end())
+                onWide.insert(onWide.end(), networks->second.begin(), networks->second.end());
+        }
+        if (!onWide.empty()) {
+            const WlanSelectionResultT preferred = findPreferredChannel(onWide);
             if (preferred.channel != -1) return resultOf(allowed, preferred.channel, preferred.width, preferred.peer);
         }
         const WlanSelectionResultT preferred = findPreferredChannel(onAllowed);
