@@ -110,10 +110,13 @@ bool startSelection(const REC::WlanChannelSelection& request)
     }
     std::vector<net::WlanAllowedChannelT> allowed;
     if (!net::DevGetChanList(allowed)) return false;
-    net::setWlanBandMode(band);
-    if (request.a) net::setDfsExclusion(true);
-    return net::WlanChanSelector::instance().startChannelSelection(allowed, net::chanSelectionDone,
-                                                                   request.c > 0 ? request.c : net::kWlanScanWaitMs);
+    // This run's band and DFS choice are its own: the access point's next start or radar restart goes by
+    // its configuration again.
+    net::WlanSelectionPolicyT policy;
+    policy.bandMode = band;
+    policy.excludeDfs = request.a || net::dfsExclusion();
+    return net::WlanChanSelector::instance().startChannelSelection(
+        allowed, net::chanSelectionDone, request.c > 0 ? request.c : net::kWlanScanWaitMs, policy);
 }
 
 void handleRunChannelSelection(SEP::ReceivedCommandC& command)

@@ -178,6 +178,36 @@ TEST_F(WlanApCommandsTest, ARequestedSelectionIsAnnouncedAndRunByTheDriver)
     EXPECT_EQ(reply.errorText, "Value out of range ( scan time above 60000 ms)");
 }
 
+TEST_F(WlanApCommandsTest, ASelectionWithoutDfsLeavesTheAccessPointsPolicyAlone)
+{
+    connectClients();
+    // The DFS channel 52 is the quiet one: only a run that avoids DFS channels takes the busy 36.
+    simulate("wlan channels set 36 52/1/dfs");
+    simulate("wlan network add 5180 Cafe-Guests");
+    REC::WlanChannelSelection request;
+    request.a = true;
+    request.b = net::HALVERN_WLAN_5_0_GHZ;
+    ASSERT_EQ(port->askRecord(1057, request).returnCode, 1097);
+    REC::WlanChannelSelection selected;
+    ASSERT_TRUE(channelEvent(selected));
+    EXPECT_EQ(selected.b, 36u);
+    ASSERT_TRUE(net::WlanChanSelector::instance().waitForSelectionDone(10000));
+    EXPECT_FALSE(net::dfsExclusion()) << "the access point's configuration never asked to avoid DFS channels";
+
+    request.a = false;
+    ASSERT_EQ(port->askRecord(1057, request).returnCode, 1097);
+    ASSERT_TRUE(channelEvent(selected));
+    EXPECT_EQ(selected.b, 52u) << "the next run goes by the access point's policy again";
+    ASSERT_TRUE(net::WlanChanSelector::instance().waitForSelectionDone(10000));
+
+    // An access point configured without DFS channels keeps them out of a run that does not ask.
+    net::setDfsExclusion(true);
+    ASSERT_EQ(port->askRecord(1057, request).returnCode, 1097);
+    ASSERT_TRUE(channelEvent(selected));
+    EXPECT_EQ(selected.b, 36u);
+    ASSERT_TRUE(net::WlanChanSelector::instance().waitForSelectionDone(10000));
+}
+
 TEST_F(WlanApCommandsTest, StartUpOpensTheAccessPointOnTheSelectedChannel)
 {
     connectClients();
