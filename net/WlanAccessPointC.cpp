@@ -68,7 +68,9 @@ void moveDriverTo(std::uint32_t channel, std::uint32_t width, bool currentKnown,
 // Starts the selection, whose result reaches the driver through chanSelectionDone, then the access point.
 bool selectChannelAndApply(WlanApConfigT& record, const char* tag)
 {
-    if (validBandMode(record.band)) setWlanBandMode(record.band);
+    // Keeping a band that is none of the modes, the selection looks at both bands: the driver's channel
+    // list holds what that band allows.
+    setWlanBandMode(validBandMode(record.band) ? record.band : HALVERN_WLAN_BOTH_BANDS);
     if (!WlanChanSelector::instance().startChannelSelection(record.allowedChannels, chanSelectionDone,
                                                             kWlanScanWaitMs)) {
         WriteLog("[%s] [ERROR]: failed to start channel selection!", tag);
@@ -161,7 +163,12 @@ bool configureWlan(WlanApConfigT& record, const WlanApRequestT& requested)
         WriteLog("[ERROR]: Failed to obtain WLAN band!");
         driverBand = kWlanBandKeep;
     }
-    record.band = requested.band == kWlanBandKeep ? driverBand : requested.band;
+    // The record holds band modes only: a driver band that is none (its "NetBand" "12") is kept as it runs,
+    // so that a later restart asks for no band the configuration refuses.
+    if (requested.band != kWlanBandKeep)
+        record.band = requested.band;
+    else
+        record.band = validBandMode(driverBand) ? driverBand : kWlanBandKeep;
     if (requested.band != kWlanBandKeep && requested.band != driverBand) {
         if (!NetManagerC::setDrvWlanBand(requested.band)) {
             WriteLog("[ERROR]: Failed to set band: %d", static_cast<int>(requested.band));

@@ -205,6 +205,27 @@ TEST_F(WlanAccessPointTest, SwitchingOnSelectsAChannelAndStartsWithTheRequestedC
     EXPECT_EQ(WlanAp_Started(), 1);
 }
 
+// The driver's fourth band ("NetBand" "12") is no band mode: the record keeps it as band 0, so that the
+// restart after radar, which asks for the record's band, is not refused.
+TEST_F(WlanAccessPointTest, ADriverBandThatIsNoBandModeIsKeptWithoutEnteringTheRecord)
+{
+    ASSERT_TRUE(platform::sim::writeValue(platform::RegHive::LocalMachine, kWlanDriverKey, "NetBand",
+                                          {platform::kRegSz, "12"}));
+    net::WlanApRequestT request;
+    request.start = 1;
+    ASSERT_TRUE(net::WlanAccessPointC::instance().configure(request));
+    EXPECT_EQ(net::WlanAccessPointC::instance().config().band, net::kWlanBandKeep);
+    EXPECT_EQ(net::wlanBandMode(), net::HALVERN_WLAN_BOTH_BANDS);
+
+    // The driver stopped the access point; the restart asks for what the record holds.
+    ASSERT_EQ(WlanAp_Stop(), 1);
+    request.band = net::WlanAccessPointC::instance().config().band;
+    EXPECT_TRUE(net::WlanAccessPointC::instance().configure(request));
+    EXPECT_THAT(logMessages(), Not(Contains(HasSubstr("Invalid band setting"))));
+    EXPECT_EQ(WlanAp_Started(), 1);
+    EXPECT_EQ(wlanDriverValue("NetBand"), "12") << "the driver keeps its band";
+}
+
 TEST_F(WlanAccessPointTest, WithoutTheDriversChannelsTheDriverFallsBackToTheDefaultChannel)
 {
     // The card's device is gone from the DOS names: no channel list, so no selection can run.
