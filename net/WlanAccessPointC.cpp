@@ -23,7 +23,6 @@ constexpr std::uint32_t kDriverWidthHt40Minus = 0;
 constexpr std::uint32_t kDriverWidthHt40Plus = 1;
 constexpr std::uint32_t kDriverWidthHt20 = 2;
 
-constexpr std::uint32_t kFirst5GhzChannel = 36;
 constexpr std::uint32_t kDefaultChannel24Ghz = 1;
 constexpr std::uint32_t kDefaultChannel5Ghz = 36;
 
@@ -188,12 +187,9 @@ bool configureWlan(WlanApConfigT& record, const WlanApRequestT& requested)
             WriteLog("[%s] [ERROR]: None-Dfs in 2.4Ghz not valid!", tag);
             return false;
         }
-        // A 2.4 GHz channel that a driver set to both bands still lists is no way out of 5 GHz radar.
         if (record.band == HALVERN_WLAN_5_0_GHZ &&
             std::none_of(record.allowedChannels.begin(), record.allowedChannels.end(),
-                         [](const WlanAllowedChannelT& channel) {
-                             return channel.dfs == 0 && channel.channel >= kFirst5GhzChannel;
-                         })) {
+                         [](const WlanAllowedChannelT& channel) { return channel.dfs == 0; })) {
             WriteLog("[%s] [ERROR]: no None-Dfs channels found!", tag);
             record.start = 0;
             applyWlanCfg(record);

@@ -169,7 +169,7 @@ TEST_F(WlanAccessPointTest, ConfigurationsThatCannotBeAreRefused)
 
     // 5 GHz where every channel needs radar detection: nothing to run on, and the
     // access point goes off.
-    simulate("wlan channels set 1 6 11 52/3/dfs 56/5/dfs 100/3/dfs");
+    simulate("wlan channels set 52/3/dfs 56/5/dfs 100/3/dfs");
     request.band = net::HALVERN_WLAN_5_0_GHZ;
     EXPECT_FALSE(net::configureWlan(config, request));
     EXPECT_TRUE(containsInOrder(logMessages(),
@@ -177,6 +177,21 @@ TEST_F(WlanAccessPointTest, ConfigurationsThatCannotBeAreRefused)
     EXPECT_EQ(config.start, 0u);
     EXPECT_FALSE(net::dfsExclusion());
     EXPECT_EQ(service().starts, startsBefore);
+}
+
+TEST_F(WlanAccessPointTest, AnyAllowedChannelWithoutRadarDetectionLetsA5GhzStartAvoidDfs)
+{
+    // The driver still lists 2.4 GHz channels in 5 GHz mode; they need no radar detection either.
+    simulate("wlan channels set 1 6 11 52/3/dfs 56/5/dfs 100/3/dfs");
+    net::WlanApRequestT request;
+    request.start = 1;
+    request.band = net::HALVERN_WLAN_5_0_GHZ;
+    request.noneDfs = true;
+    auto config = record(0);
+    net::configureWlan(config, request);
+    EXPECT_THAT(logMessages(), Not(Contains("[configureWlan] [ERROR]: no None-Dfs channels found!")));
+    EXPECT_TRUE(net::dfsExclusion()) << "the access point avoids DFS channels from now on";
+    EXPECT_EQ(config.start, 1u);
 }
 
 TEST_F(WlanAccessPointTest, SwitchingOnSelectsAChannelAndStartsWithTheRequestedCredentials)
