@@ -271,14 +271,16 @@ WlanApConfigT WlanAccessPointC::config() const
 
 bool WlanAccessPointC::configure(const WlanApRequestT& requested)
 {
-    // The record is worked on as a copy, so that readers are not held up by a configuration's waits.
+    // The record is worked on as a copy, so that readers are not held up by a configuration's waits. Only
+    // a configuration that came through is kept: a refused SSID must not fail every later request that
+    // brings none.
     std::lock_guard<std::mutex> configuring(m_configureLock);
     try {
         WlanApConfigT record = config();
-        const bool done = configureWlan(record, requested);
+        if (!configureWlan(record, requested)) return false;
         std::lock_guard<std::mutex> guard(m_recordLock);
         m_record = std::move(record);
-        return done;
+        return true;
     } catch (const std::exception& error) {
         WriteLog("[%s] [ERROR]: %s", "configureWlan", error.what());
         return false;

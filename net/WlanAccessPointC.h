@@ -72,7 +72,8 @@ public:
     static WlanAccessPointC& instance();
 
     WlanApConfigT config() const;
-    // configureWlan on the held record; one configuration at a time, callable from any thread.
+    // configureWlan on the held record, which keeps what it had when the configuration fails; one
+    // configuration at a time, callable from any thread.
     bool configure(const WlanApRequestT& requested);
     // Reads the service's and the driver's settings into the held record (after the module came up).
     bool refresh();

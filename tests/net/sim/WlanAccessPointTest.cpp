@@ -48,6 +48,16 @@ net::WlanApConfigT record(std::uint32_t start, const char* ssid = "", const char
     return config;
 }
 
+// A client's switch-on with these credentials.
+net::WlanApRequestT switchOn(const char* ssid, const char* password)
+{
+    net::WlanApRequestT request;
+    request.start = 1;
+    request.ssid = ssid;
+    request.password = password;
+    return request;
+}
+
 int countOf(const std::vector<std::string>& messages, const std::string& text)
 {
     return static_cast<int>(std::count(messages.begin(), messages.end(), text));
@@ -196,10 +206,7 @@ TEST_F(WlanAccessPointTest, AnyAllowedChannelWithoutRadarDetectionLetsA5GhzStart
 
 TEST_F(WlanAccessPointTest, SwitchingOnSelectsAChannelAndStartsWithTheRequestedCredentials)
 {
-    net::WlanApRequestT request;
-    request.start = 1;
-    request.ssid = "Zentor-50321";
-    request.password = "scan-the-world";
+    const auto request = switchOn("Zentor-50321", "scan-the-world");
     ASSERT_TRUE(net::WlanAccessPointC::instance().configure(request));
     EXPECT_EQ(WlanAp_Started(), 1);
     EXPECT_EQ(platform::sim::hostedNetworkSsid(service().settings), "Zentor-50321");
@@ -239,6 +246,26 @@ TEST_F(WlanAccessPointTest, ADriverBandThatIsNoBandModeIsKeptWithoutEnteringTheR
     EXPECT_THAT(logMessages(), Not(Contains(HasSubstr("Invalid band setting"))));
     EXPECT_EQ(WlanAp_Started(), 1);
     EXPECT_EQ(wlanDriverValue("NetBand"), "12") << "the driver keeps its band";
+}
+
+TEST_F(WlanAccessPointTest, AFailedConfigurationIsNotRemembered)
+{
+    auto request = switchOn("Zentor-50321", "scan-the-world");
+    ASSERT_TRUE(net::WlanAccessPointC::instance().configure(request));
+    ASSERT_EQ(WlanAp_Stop(), 1);
+
+    // 33 bytes: the hosted network refuses it.
+    request.ssid = std::string(33, 'z');
+    EXPECT_FALSE(net::WlanAccessPointC::instance().configure(request));
+    EXPECT_THAT(logMessages(), Contains(HasSubstr("[ERROR]: Failed to set SSID (length 33): ")));
+    EXPECT_EQ(std::string(net::WlanAccessPointC::instance().config().ssid), "Zentor-50321");
+
+    // A request that brings no SSID goes on with the one that worked.
+    request.ssid.reset();
+    request.password.reset();
+    EXPECT_TRUE(net::WlanAccessPointC::instance().configure(request));
+    EXPECT_EQ(WlanAp_Started(), 1);
+    EXPECT_EQ(platform::sim::hostedNetworkSsid(service().settings), "Zentor-50321");
 }
 
 TEST_F(WlanAccessPointTest, WithoutTheDriversChannelsTheDriverFallsBackToTheDefaultChannel)
