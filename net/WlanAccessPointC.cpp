@@ -70,6 +70,10 @@ bool selectChannelAndApply(WlanApConfigT& record, const char* tag)
     // Keeping a band that is none of the modes, the selection looks at both bands: the driver's channel
     // list holds what that band allows.
     setWlanBandMode(validBandMode(record.band) ? record.band : HALVERN_WLAN_BOTH_BANDS);
+    // A selection on demand may still run (none starts while a configuration does): it ends first, or
+    // this one could not start and the access point would stay off.
+    if (!WlanChanSelector::instance().waitForSelectionDone(kWlanSelectionOnDemandWaitMs))
+        WriteLog("[%s] [ERROR]: Failed to wait for the running channel selection", tag);
     if (!WlanChanSelector::instance().startChannelSelection(record.allowedChannels, chanSelectionDone,
                                                             kWlanScanWaitMs)) {
         WriteLog("[%s] [ERROR]: failed to start channel selection!", tag);
@@ -285,6 +289,17 @@ bool WlanAccessPointC::configure(const WlanApRequestT& requested)
         WriteLog("[%s] [ERROR]: %s", "configureWlan", error.what());
         return false;
     }
+}
+
+bool WlanAccessPointC::runChannelSelection(const std::vector<WlanAllowedChannelT>& allowed,
+                                           const WlanSelectionPolicyT& policy, int timeoutMs)
+{
+    std::unique_lock<std::mutex> configuring(m_configureLock, std::try_to_lock);
+    if (!configuring.owns_lock()) {
+        WriteLog("[ERROR]: Channel selection is already in progress.");
+        return false;
+    }
+    return WlanChanSelector::instance().startChannelSelection(allowed, chanSelectionDone, timeoutMs, policy);
 }
 
 bool WlanAccessPointC::refresh()
