@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "platform/Calendar.h"
+#include "platform/sim/SimWlanDriver.h"
 
 namespace halvern::sim {
 
@@ -84,6 +85,30 @@ void IoExpanderModelC::setRevision(unsigned revision)
 {
     std::lock_guard<std::mutex> guard(m_lock);
     m_registers[kInput] = static_cast<std::uint8_t>((m_registers[kInput] & ~0x07u) | (revision & 0x07u));
+}
+
+void IoExpanderModelC::setWlanStartUp(std::chrono::milliseconds startUp)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_wlanStartUp = startUp;
+}
+
+void IoExpanderModelC::attach(const std::string& root)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_root = root;
+    // A module powered from the start is up; a moment left by an earlier run (or boot) does not count.
+    if (m_wlanPowered) platform::sim::writeWlanReadyAt(m_root, platform::sim::monotonicMs());
+}
+
+void IoExpanderModelC::afterWrite(std::uint8_t first, std::uint8_t last)
+{
+    if (first > kOutput || last < kOutput) return;
+    const bool powered = (m_registers[kOutput] & kWlanPower) != 0;
+    if (powered && !m_wlanPowered && !m_root.empty())
+        platform::sim::writeWlanReadyAt(
+            m_root, platform::sim::monotonicMs() + static_cast<std::uint64_t>(m_wlanStartUp.count()));
+    m_wlanPowered = powered;
 }
 
 EepromModelC::EepromModelC(std::chrono::milliseconds writeCycle) : I2cRegisterDeviceC(256), m_writeCycle(writeCycle)

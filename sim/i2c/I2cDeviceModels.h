@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <vector>
 
 namespace halvern::sim {
@@ -23,6 +24,8 @@ public:
                            std::vector<std::uint8_t>& read);
     void setBroken(bool broken);
     bool broken() const;
+    // The sim root the model is served on, for what it shows beyond the bus.
+    virtual void attach(const std::string&) {}
     std::uint8_t peek(std::uint8_t address) const;
     void poke(std::uint8_t address, std::uint8_t value);
 
@@ -46,14 +49,26 @@ private:
 };
 
 // Port 0 of the expander is its input (bits 0..2 the hardware revision), 1 its output (the power lines
-// on bits 5..7), 3 its configuration.
+// on bits 5..7), 3 its configuration. The WLAN module on bit 6 takes a while from power-on until it is up
+// (its interface appears): that moment goes to the sim root for Halvern's WLAN client to see.
 class IoExpanderModelC final : public I2cRegisterDeviceC {
 public:
     static constexpr std::uint8_t kInput = 0x00;
     static constexpr std::uint8_t kOutput = 0x01;
     static constexpr std::uint8_t kConfiguration = 0x03;
+    static constexpr std::uint8_t kWlanPower = 0x40;
     IoExpanderModelC();
     void setRevision(unsigned revision);
+    // From the next power-on; 0 by default.
+    void setWlanStartUp(std::chrono::milliseconds startUp);
+    void attach(const std::string& root) override;
+
+private:
+    void afterWrite(std::uint8_t first, std::uint8_t last) override;
+
+    std::string m_root;
+    std::chrono::milliseconds m_wlanStartUp{0};
+    bool m_wlanPowered = true;
 };
 
 // 256 bytes addressed by one byte; a fresh part carries a board identity in its first 48 bytes. As a
