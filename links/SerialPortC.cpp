@@ -36,7 +36,8 @@ void appendToReply(void* context, const std::string& message)
 
 bool lookupSerialPort(const std::string& role, SerialPortEntryT& entry)
 {
-    // The sensor board's console answers in lines; the EFI users set their own terminator.
+    // The sensor board's console answers in lines; the EFI controller's users bring their own terminator
+    // (a transaction without one is refused).
     static const std::map<std::string, SerialPortEntryT> kTable = {
         {"MORA", {L"COM3", "115200,n,8,1", "\n"}},
         {"EFI", {L"COM4", "115200,n,8,1", ""}},
@@ -280,8 +281,15 @@ bool comPortTransaction(const std::string& role, const std::string& terminator, 
         return false;
     }
     const std::string portText = platform::narrow(entry.port).value_or(std::string());
+    const std::string& cutAt = terminator.empty() ? entry.terminator : terminator;
+    // Nothing could be cut from what comes back, so a request sent now would act on the board and answer
+    // an empty reply that reads as success.
+    if (cutAt.empty()) {
+        WriteLog("[ERROR]: No terminator to cut the reply of COM port %s at", portText.c_str());
+        return false;
+    }
     SerialPortC port(entry.port);
-    port.registerListener(&reply, terminator.empty() ? entry.terminator : terminator);
+    port.registerListener(&reply, cutAt);
     if (!port.open(entry.mode.empty() ? kFallbackMode : entry.mode)) {
         WriteLog("[ERROR]: Failed to open COM port %s", portText.c_str());
         return false;

@@ -60,7 +60,8 @@ private:
 };
 
 // A one-shot exchange with the board behind `role`: every message that arrives while the port is open
-// is appended to `reply`. A non-empty `terminator` replaces the table's.
+// is appended to `reply`. A non-empty `terminator` replaces the table's; with neither the exchange is
+// refused before anything is sent.
 bool comPortTransaction(const std::string& role, const std::string& terminator, const std::string& request,
                         std::string& reply, std::uint32_t milliseconds);
 

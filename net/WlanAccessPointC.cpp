@@ -23,7 +23,6 @@ constexpr std::uint32_t kDriverWidthHt40Minus = 0;
 constexpr std::uint32_t kDriverWidthHt40Plus = 1;
 constexpr std::uint32_t kDriverWidthHt20 = 2;
 
-constexpr std::uint32_t kFirst5GhzChannel = 36;
 constexpr std::uint32_t kDefaultChannel24Ghz = 1;
 constexpr std::uint32_t kDefaultChannel5Ghz = 36;
 
@@ -68,7 +67,13 @@ void moveDriverTo(std::uint32_t channel, std::uint32_t width, bool currentKnown,
 // Starts the selection, whose result reaches the driver through chanSelectionDone, then the access point.
 bool selectChannelAndApply(WlanApConfigT& record, const char* tag)
 {
-    if (validBandMode(record.band)) setWlanBandMode(record.band);
+    // Keeping a band that is none of the modes, the selection looks at both bands: the driver's channel
+    // list holds what that band allows.
+    setWlanBandMode(validBandMode(record.band) ? record.band : HALVERN_WLAN_BOTH_BANDS);
+    // A selection on demand may still run (none starts while a configuration does): it ends first, or
+    // this one could not start and the access point would stay off.
+    if (!WlanChanSelector::instance().waitForSelectionDone(kWlanSelectionOnDemandWaitMs))
+        WriteLog("[%s] [ERROR]: Failed to wait for the running channel selection", tag);
     if (!WlanChanSelector::instance().startChannelSelection(record.allowedChannels, chanSelectionDone,
                                                             kWlanScanWaitMs)) {
         WriteLog("[%s] [ERROR]: failed to start channel selection!", tag);
@@ -161,7 +166,12 @@ bool configureWlan(WlanApConfigT& record, const WlanApRequestT& requested)
         WriteLog("[ERROR]: Failed to obtain WLAN band!");
         driverBand = kWlanBandKeep;
     }
-    record.band = requested.band == kWlanBandKeep ? driverBand : requested.band;
+    // The record holds band modes only: a driver band that is none (its "NetBand" "12") is kept as it runs,
+    // so that a later restart asks for no band the configuration refuses.
+    if (requested.band != kWlanBandKeep)
+        record.band = requested.band;
+    else
+        record.band = validBandMode(driverBand) ? driverBand : kWlanBandKeep;
     if (requested.band != kWlanBandKeep && requested.band != driverBand) {
         if (!NetManagerC::setDrvWlanBand(requested.band)) {
             WriteLog("[ERROR]: Failed to set band: %d", static_cast<int>(requested.band));
@@ -181,12 +191,9 @@ bool configureWlan(WlanApConfigT& record, const WlanApRequestT& requested)
             WriteLog("[%s] [ERROR]: None-Dfs in 2.4Ghz not valid!", tag);
             return false;
         }
-        // A 2.4 GHz channel that a driver set to both bands still lists is no way out of 5 GHz radar.
         if (record.band == HALVERN_WLAN_5_0_GHZ &&
             std::none_of(record.allowedChannels.begin(), record.allowedChannels.end(),
-                         [](const WlanAllowedChannelT& channel) {
-                             return channel.dfs == 0 && channel.channel >= kFirst5GhzChannel;
-                         })) {
+                         [](const WlanAllowedChannelT& channel) { return channel.dfs == 0; })) {
             WriteLog("[%s] [ERROR]: no None-Dfs channels found!", tag);
             record.start = 0;
             applyWlanCfg(record);
@@ -268,18 +275,31 @@ WlanApConfigT WlanAccessPointC::config() const
 
 bool WlanAccessPointC::configure(const WlanApRequestT& requested)
 {
-    // The record is worked on as a copy, so that readers are not held up by a configuration's waits.
+    // The record is worked on as a copy, so that readers are not held up by a configuration's waits. Only
+    // a configuration that came through is kept: a refused SSID must not fail every later request that
+    // brings none.
     std::lock_guard<std::mutex> configuring(m_configureLock);
     try {
         WlanApConfigT record = config();
-        const bool done = configureWlan(record, requested);
+        if (!configureWlan(record, requested)) return false;
         std::lock_guard<std::mutex> guard(m_recordLock);
         m_record = std::move(record);
-        return done;
+        return true;
     } catch (const std::exception& error) {
         WriteLog("[%s] [ERROR]: %s", "configureWlan", error.what());
         return false;
     }
+}
+
+bool WlanAccessPointC::runChannelSelection(const std::vector<WlanAllowedChannelT>& allowed,
+                                           const WlanSelectionPolicyT& policy, int timeoutMs)
+{
+    std::unique_lock<std::mutex> configuring(m_configureLock, std::try_to_lock);
+    if (!configuring.owns_lock()) {
+        WriteLog("[ERROR]: Channel selection is already in progress.");
+        return false;
+    }
+    return WlanChanSelector::instance().startChannelSelection(allowed, chanSelectionDone, timeoutMs, policy);
 }
 
 bool WlanAccessPointC::refresh()

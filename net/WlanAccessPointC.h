@@ -21,6 +21,11 @@ constexpr int kWlanApStartAttempts = 30;
 constexpr std::uint32_t kWlanApStartRetryMs = 200;
 // The channel selection's scan, and how long the configuration waits for it.
 constexpr int kWlanScanWaitMs = 7000;
+// The longest scan a selection on demand may wait for: it holds every later selection that long.
+constexpr int kWlanLongestScanWaitMs = 60000;
+// How long the access point's configuration waits for a selection on demand that runs when it starts its
+// own: that run's longest scan, and the driver restart its result may bring (its tool has 10 s).
+constexpr int kWlanSelectionOnDemandWaitMs = kWlanLongestScanWaitMs + 15000;
 
 constexpr std::size_t kWlanApTextBytes = 256;
 
@@ -72,8 +77,13 @@ public:
     static WlanAccessPointC& instance();
 
     WlanApConfigT config() const;
-    // configureWlan on the held record; one configuration at a time, callable from any thread.
+    // configureWlan on the held record, which keeps what it had when the configuration fails; one
+    // configuration at a time, callable from any thread.
     bool configure(const WlanApRequestT& requested);
+    // A selection on demand, whose result goes to the driver like the access point's own. Refused while a
+    // configuration runs: that one selects the channel itself and must find the selector free.
+    bool runChannelSelection(const std::vector<WlanAllowedChannelT>& allowed, const WlanSelectionPolicyT& policy,
+                             int timeoutMs);
     // Reads the service's and the driver's settings into the held record (after the module came up).
     bool refresh();
     // What a client reads back: the hosted network's state and credentials, the driver's band.

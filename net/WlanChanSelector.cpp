@@ -139,6 +139,14 @@ bool dfsExclusion()
     return g_dfsExclusion;
 }
 
+WlanSelectionPolicyT currentSelectionPolicy()
+{
+    WlanSelectionPolicyT policy;
+    policy.bandMode = g_bandMode;
+    policy.excludeDfs = g_dfsExclusion;
+    return policy;
+}
+
 void WlanChanSelector::WlanHandleWrapper::close()
 {
     if (!m_handle) return;
@@ -236,6 +244,13 @@ void WlanChanSelector::wlanNotificationCallback(const platform::WlanNotification
 bool WlanChanSelector::startChannelSelection(const std::vector<WlanAllowedChannelT>& allowed,
                                              WlanSelectionCallback callback, int timeoutMs)
 {
+    return startChannelSelection(allowed, std::move(callback), timeoutMs, currentSelectionPolicy());
+}
+
+bool WlanChanSelector::startChannelSelection(const std::vector<WlanAllowedChannelT>& allowed,
+                                             WlanSelectionCallback callback, int timeoutMs,
+                                             const WlanSelectionPolicyT& policy)
+{
     if (allowed.empty()) {
         WriteLog("[ERROR]: Invalid list of allowed channels");
         return false;
@@ -268,7 +283,7 @@ bool WlanChanSelector::startChannelSelection(const std::vector<WlanAllowedChanne
     if (!startScan()) return fail("[ERROR]: Failed to start scan");
     if (m_worker.joinable()) m_worker.join();
     try {
-        m_worker = std::thread(&WlanChanSelector::worker, this, allowed, std::move(callback), timeoutMs);
+        m_worker = std::thread(&WlanChanSelector::worker, this, allowed, std::move(callback), timeoutMs, policy);
     } catch (const std::system_error&) {
         return fail("[ERROR]: Failed to start channel selection thread");
     }
@@ -292,7 +307,8 @@ bool WlanChanSelector::getBssList(std::vector<platform::WlanBssEntryT>& entries)
     return true;
 }
 
-void WlanChanSelector::worker(std::vector<WlanAllowedChannelT> allowed, WlanSelectionCallback callback, int timeoutMs)
+void WlanChanSelector::worker(std::vector<WlanAllowedChannelT> allowed, WlanSelectionCallback callback, int timeoutMs,
+                              WlanSelectionPolicyT policy)
 {
     static const char* const tag = "chanSelectionWorker";
     WriteLog("WLAN channel selection worker started with timeout of %d ms", timeoutMs);
@@ -313,7 +329,7 @@ void WlanChanSelector::worker(std::vector<WlanAllowedChannelT> allowed, WlanSele
         for (const auto& entry : entries)
             observed.push_back(observe(entry));
         WriteLog("[WLAN_INFO]: selectChannel...try to find best channel");
-        result = selectChannel(allowed, observed, -1);
+        result = selectChannel(allowed, observed, -1, policy);
     }
     // Closed before the result goes out: the access point may restart the driver from the callback.
     closeHandle();
@@ -459,8 +475,15 @@ bool WlanChanSelector::findPreferredChannel_5GHz(const std::vector<WlanAllowedCh
 WlanSelectionResultT WlanChanSelector::selectChannel(const std::vector<WlanAllowedChannelT>& allowed,
                                                      const std::vector<WlanObservedNetworkT>& observed, int avoid)
 {
+    return selectChannel(allowed, observed, avoid, currentSelectionPolicy());
+}
+
+WlanSelectionResultT WlanChanSelector::selectChannel(const std::vector<WlanAllowedChannelT>& allowed,
+                                                     const std::vector<WlanObservedNetworkT>& observed, int avoid,
+                                                     const WlanSelectionPolicyT& policy)
+{
     WriteLog("[WLAN_INFO]: selectChannel");
-    const std::uint32_t bandMode = wlanBandMode();
+    const std::uint32_t bandMode = policy.bandMode;
     // A preferred channel must be one the driver offers; the usage figures count per allowed channel anyway.
     std::map<std::uint32_t, std::vector<WlanObservedNetworkT>> perChannel;
     std::vector<WlanObservedNetworkT> onAllowed;
@@ -478,11 +501,17 @@ WlanSelectionResultT WlanChanSelector::selectChannel(const std::vector<WlanAllow
             static_cast<int>(record.channel) != avoid)
             wide.push_back(record);
     if (bandMode == HALVERN_WLAN_2_4_GHZ) {
+        // One look over all 40 MHz capable channels at once: asked channel by channel, whichever came first
+        // in the driver's list would win, even one overlapping both neighbours of 1, 6 and 11.
+        std::vector<WlanObservedNetworkT> onWide;
         for (const auto& record : wide) {
             if (static_cast<std::int32_t>(record.channel) >= kFirst5GhzChannel) continue;
             const auto networks = perChannel.find(record.channel);
-            if (networks == perChannel.end()) continue;
-            const WlanSelectionResultT preferred = findPreferredChannel(networks->second);
+            if (networks != perChannel.end())
+                onWide.insert(onWide.end(), networks->second.begin(), networks->second.end());
+        }
+        if (!onWide.empty()) {
+            const WlanSelectionResultT preferred = findPreferredChannel(onWide);
             if (preferred.channel != -1) return resultOf(allowed, preferred.channel, preferred.width, preferred.peer);
         }
         const WlanSelectionResultT preferred = findPreferredChannel(onAllowed);
@@ -490,18 +519,25 @@ WlanSelectionResultT WlanChanSelector::selectChannel(const std::vector<WlanAllow
     } else {
         WlanSelectionResultT preferred;
         if (findPreferredChannel_5GHz(wide, onAllowed, 0, preferred)) return preferred;
-        if (!dfsExclusion() && findPreferredChannel_5GHz(wide, onAllowed, 1, preferred)) return preferred;
+        if (!policy.excludeDfs && findPreferredChannel_5GHz(wide, onAllowed, 1, preferred)) return preferred;
     }
-    return getNextAlternativeChannel(allowed, observed, avoid);
+    return getNextAlternativeChannel(allowed, observed, avoid, policy);
 }
 
 WlanSelectionResultT WlanChanSelector::getNextAlternativeChannel(const std::vector<WlanAllowedChannelT>& allowed,
                                                                  const std::vector<WlanObservedNetworkT>& observed,
                                                                  int avoid)
 {
+    return getNextAlternativeChannel(allowed, observed, avoid, currentSelectionPolicy());
+}
+
+WlanSelectionResultT WlanChanSelector::getNextAlternativeChannel(const std::vector<WlanAllowedChannelT>& allowed,
+                                                                 const std::vector<WlanObservedNetworkT>& observed,
+                                                                 int avoid, const WlanSelectionPolicyT& policy)
+{
     WriteLog("[WLAN_INFO]: getNextAlternativeChannel");
     WriteLog("[WLAN_INFO]: Channel Usage Info:");
-    const bool skipDfs = dfsExclusion() && wlanBandMode() != HALVERN_WLAN_2_4_GHZ;
+    const bool skipDfs = policy.excludeDfs && policy.bandMode != HALVERN_WLAN_2_4_GHZ;
     std::vector<WlanChannelUsageT> entries;
     for (const auto& record : allowed) {
         if (record.marked || (skipDfs && record.dfs) || observed.empty()) continue;
@@ -520,7 +556,7 @@ WlanSelectionResultT WlanChanSelector::getNextAlternativeChannel(const std::vect
                  static_cast<int>(usage.nonPeerUsers), static_cast<int>(usage.peerUsers));
         entries.push_back(usage);
     }
-    const int channel = getWlanChannelByUsage(entries, avoid);
+    const int channel = getWlanChannelByUsage(entries, avoid, policy);
     std::uint8_t peer = 0;
     for (const auto& usage : entries)
         if (usage.channel == channel && usage.peerUsers > 0) peer = 1;
@@ -529,11 +565,17 @@ WlanSelectionResultT WlanChanSelector::getNextAlternativeChannel(const std::vect
 
 int WlanChanSelector::getWlanChannelByUsage(std::vector<WlanChannelUsageT> entries, int avoid)
 {
+    return getWlanChannelByUsage(std::move(entries), avoid, currentSelectionPolicy());
+}
+
+int WlanChanSelector::getWlanChannelByUsage(std::vector<WlanChannelUsageT> entries, int avoid,
+                                            const WlanSelectionPolicyT& policy)
+{
     WriteLog("[WLAN_INFO]: getWlanChannelByUsage");
-    const std::uint32_t bandMode = wlanBandMode();
+    const std::uint32_t bandMode = policy.bandMode;
     if (bandMode == HALVERN_WLAN_5_0_GHZ || bandMode == HALVERN_WLAN_BOTH_BANDS) {
         WriteLog("[WLAN_INFO]: HALVERN_WLAN_BOTH_BANDS, HALVERN_WLAN_5_0_GHZ");
-        const bool excludeDfs = dfsExclusion();
+        const bool excludeDfs = policy.excludeDfs;
         std::vector<WlanChannelUsageT> candidates;
         for (const auto& usage : entries) {
             if (usage.channel < kFirst5GhzChannel) continue;

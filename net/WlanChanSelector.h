@@ -31,12 +31,21 @@ constexpr std::uint32_t kChanWidthInvalid = 8;
 const char* chanWidthName(std::uint32_t widthCode);
 std::uint32_t widthCodeOfFlags(std::uint32_t widthFlags);
 
-// Process-wide: the band mode set when a selection starts, and the DFS exclusion flag (DFS channels are
-// avoided) set by the access-point configuration and reset when the access point stops.
+// Process-wide: the band mode set when the access point's selection starts, and the DFS exclusion flag
+// (DFS channels are avoided) of the access point's configuration, reset when the access point stops.
 void setWlanBandMode(std::uint32_t bandMode);
 std::uint32_t wlanBandMode();
 void setDfsExclusion(bool exclude);
 bool dfsExclusion();
+
+// What one selection goes by. A selection takes it when it starts, so that a run on demand with its own
+// band or DFS choice changes neither the access point's policy nor a run already going.
+struct WlanSelectionPolicyT {
+    std::uint32_t bandMode = HALVERN_WLAN_BOTH_BANDS;
+    bool excludeDfs = false;
+};
+// The process-wide band mode and DFS exclusion flag.
+WlanSelectionPolicyT currentSelectionPolicy();
 
 // One channel the driver offers.
 struct WlanAllowedChannelT {
@@ -81,18 +90,30 @@ public:
 
     bool openHandle();
     bool startScan();
+    // With the process-wide policy, or with a run's own.
     bool startChannelSelection(const std::vector<WlanAllowedChannelT>& allowed, WlanSelectionCallback callback,
                                int timeoutMs);
+    bool startChannelSelection(const std::vector<WlanAllowedChannelT>& allowed, WlanSelectionCallback callback,
+                               int timeoutMs, const WlanSelectionPolicyT& policy);
     // Waits (through the process clock) until no selection is running, at most `timeoutMs`; true when none
     // runs any more. The access point waits so before it applies its configuration.
     bool waitForSelectionDone(int timeoutMs);
 
-    // The selection itself, without a scan: usable on recorded environments.
+    // The selection itself, without a scan: usable on recorded environments. Without a policy they go by
+    // the process-wide one.
     static WlanSelectionResultT selectChannel(const std::vector<WlanAllowedChannelT>& allowed,
                                               const std::vector<WlanObservedNetworkT>& observed, int avoid);
+    static WlanSelectionResultT selectChannel(const std::vector<WlanAllowedChannelT>& allowed,
+                                              const std::vector<WlanObservedNetworkT>& observed, int avoid,
+                                              const WlanSelectionPolicyT& policy);
     static WlanSelectionResultT getNextAlternativeChannel(const std::vector<WlanAllowedChannelT>& allowed,
                                                           const std::vector<WlanObservedNetworkT>& observed, int avoid);
+    static WlanSelectionResultT getNextAlternativeChannel(const std::vector<WlanAllowedChannelT>& allowed,
+                                                          const std::vector<WlanObservedNetworkT>& observed, int avoid,
+                                                          const WlanSelectionPolicyT& policy);
     static int getWlanChannelByUsage(std::vector<WlanChannelUsageT> entries, int avoid);
+    static int getWlanChannelByUsage(std::vector<WlanChannelUsageT> entries, int avoid,
+                                     const WlanSelectionPolicyT& policy);
     static WlanSelectionResultT findPreferredChannel(const std::vector<WlanObservedNetworkT>& observed);
     static bool findPreferredChannel_5GHz(const std::vector<WlanAllowedChannelT>& allowed,
                                           const std::vector<WlanObservedNetworkT>& observed, std::uint8_t dfs,
@@ -123,7 +144,8 @@ private:
         platform::UniqueWlanHandle m_handle;
     };
 
-    void worker(std::vector<WlanAllowedChannelT> allowed, WlanSelectionCallback callback, int timeoutMs);
+    void worker(std::vector<WlanAllowedChannelT> allowed, WlanSelectionCallback callback, int timeoutMs,
+                WlanSelectionPolicyT policy);
     void wlanNotificationCallback(const platform::WlanNotificationT& notification);
     bool getBssList(std::vector<platform::WlanBssEntryT>& entries);
     // Back to idle: the handle closed (which ends its notifications), ready for the next openHandle.

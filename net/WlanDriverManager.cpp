@@ -115,6 +115,18 @@ bool loadedDriverNames(std::vector<std::string>& names)
     return true;
 }
 
+// The module is up once the WLAN service sees its interface: the card has appeared on the bus and its
+// driver has loaded. Its power line reading back on says nothing of that.
+bool wlanDeviceReady()
+{
+    platform::UniqueWlanHandle client;
+    std::uint32_t version = 0;
+    if (platform::wlanOpenHandle(platform::kWlanClientVersion, version, client) != platform::kErrorSuccess)
+        return false;
+    std::vector<platform::WlanInterfaceT> interfaces;
+    return platform::wlanEnumInterfaces(client, interfaces) == platform::kErrorSuccess && !interfaces.empty();
+}
+
 }  // namespace
 
 bool listDriversByProvider(const std::string& keyword, std::vector<std::string>& packages)
@@ -300,14 +312,12 @@ bool setWlanModulePower(bool on)
         return false;
     }
     if (!on) return true;
-    // The module counts as ready once its power line reads back on from the expander.
     bool ready = false;
     int attempts = 0;
     while (!ready && attempts < kModuleReadyAttempts) {
         platform::sleepMs(kModuleReadyPauseMs);
         ++attempts;
-        bool powered = false;
-        ready = SPB_getDevPower(spb::kWlanPowerDevice, &powered) && powered;
+        ready = wlanDeviceReady();
     }
     const int waitedMs = attempts * static_cast<int>(kModuleReadyPauseMs);
     if (ready)

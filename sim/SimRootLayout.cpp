@@ -131,7 +131,7 @@ bool provideWindows(const std::string& root, std::string& error)
                       platform::kRegSz, "C:\\Windows\\system32\\userinit.exe, C:\\Windows\\explorer.exe,") ||
         !provideFile(root + "/C/vexarBatches/Halvern/portsConfiguration.txt", "22\n23\n") ||
         // The simulated sensor board is on this machine.
-        !provideValue(root + "/registry/HKCU/SOFTWARE/Vexar/Halvern", "SensorBoardAddress", platform::kRegSz,
+        !provideValue(root + "/registry/HKLM/SOFTWARE/Vexar/Halvern", "SensorBoardAddress", platform::kRegSz,
                       "127.0.0.1") ||
         !provideFile(root + "/C/Windows/System32/uwfcfgmgmt.dll", "simulated write filter configuration library\n") ||
         // An instrument's write filter has its overlay also while it is off: 1024 MB, nothing used.

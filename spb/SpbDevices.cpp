@@ -1,5 +1,6 @@
 #include "spb/SpbDevices.h"
 
+#include <algorithm>
 #include <iostream>
 
 #include "platform/Calendar.h"
@@ -29,6 +30,13 @@ constexpr std::uint8_t kRtcControl1Value = 0x14;
 constexpr int kVlfClearTries = 100;
 
 constexpr std::size_t kEepromBytes = 256;
+// The board's 2-Kbit serial EEPROM programs one page per write: bytes sent past a page's end wrap to the
+// page's start and overwrite it. 8 bytes is the smallest page of such parts, and 8-byte writes aligned to
+// 8 never cross the boundary of a 16-byte page either.
+constexpr std::size_t kEepromPageBytes = 8;
+// While it programs a page the part acknowledges nothing (5 ms at most on such parts); the next page
+// waits for it with a margin.
+constexpr std::uint32_t kEepromWriteCycleMs = 10;
 
 // The library's four diagnostic streams: the IO expander's, the RTC's, the EEPROM's and its own.
 struct DiagnosticsS {
@@ -423,9 +431,18 @@ std::uint32_t writeEEPROMData(std::uint16_t offset, const std::vector<std::uint8
         diagnostics().eeprom << "writeEEPROMTraceId: Try to write data above address-offset 255!" << std::endl;
         return kEepromOutOfRange;
     }
-    std::vector<std::uint8_t> bytes{static_cast<std::uint8_t>(offset)};
-    bytes.insert(bytes.end(), data.begin(), data.end());
-    return devices().eeprom.write(bytes) ? kEepromOk : kEepromFailure;
+    std::size_t written = 0;
+    while (written < data.size()) {
+        const std::size_t address = offset + written;
+        const std::size_t chunk = std::min(data.size() - written, kEepromPageBytes - address % kEepromPageBytes);
+        std::vector<std::uint8_t> bytes{static_cast<std::uint8_t>(address)};
+        bytes.insert(bytes.end(), data.begin() + static_cast<std::ptrdiff_t>(written),
+                     data.begin() + static_cast<std::ptrdiff_t>(written + chunk));
+        if (!devices().eeprom.write(bytes)) return kEepromFailure;
+        platform::sleepMs(kEepromWriteCycleMs);
+        written += chunk;
+    }
+    return kEepromOk;
 }
 
 std::uint32_t readBoardIdContent(std::uint8_t* content)

@@ -16,7 +16,10 @@ namespace {
 
 const wchar_t* const kSshClient = L"C:\\Program Files\\OpenSSH\\ssh.exe";
 constexpr std::uint32_t kSshExitWaitMs = 1500;
-const char* const kDefaultSensorBoardAddress = "192.168.2.1";
+const char* const kDefaultSensorBoardAddress = halvern::links::kMoraTelnetHost;
+// Only an administrator can move the sensor board: the ssh halt and the Ethernet checks go wherever these
+// values point.
+const wchar_t* const kSensorBoardOverrideKey = L"SOFTWARE\\Vexar\\Halvern";
 constexpr std::uint32_t kPlannedShutdownReason = 0x80000000u;
 
 int lastErrorNumber()
@@ -39,12 +42,12 @@ std::string SysManagerC::GetSensorBoardAddress() const
         if (!m_sensorBoardAddress.empty()) return m_sensorBoardAddress;
     }
     // The instrument's board is at its fixed address; a development set-up or the simulated instrument
-    // names another one in the per-user settings.
+    // names another one in the machine's settings.
     std::string address = kDefaultSensorBoardAddress;
     platform::UniqueRegKey key;
     std::wstring configured;
     std::uint32_t parsed = 0;
-    if (platform::regOpenKeyRead(platform::RegHive::CurrentUser, L"SOFTWARE\\Vexar\\Halvern", key) == 0 &&
+    if (platform::regOpenKeyRead(platform::RegHive::LocalMachine, kSensorBoardOverrideKey, key) == 0 &&
         platform::regQueryString(key, L"SensorBoardAddress", configured) == 0) {
         const std::string text = platform::narrow(configured).value_or(std::string());
         if (platform::parseIpv4(text, parsed))
@@ -63,13 +66,18 @@ void SysManagerC::ApplySensorBoardEndpoint() const
     platform::UniqueRegKey key;
     std::uint32_t port = 0;
     std::uint32_t type = 0;
-    if (platform::regOpenKeyRead(platform::RegHive::CurrentUser, L"SOFTWARE\\Vexar\\Halvern", key) == 0 &&
+    if (platform::regOpenKeyRead(platform::RegHive::LocalMachine, kSensorBoardOverrideKey, key) == 0 &&
         platform::regQueryDword(key, L"SensorBoardTelnetPort", port, type) == 0 && type == platform::kRegDword) {
         if (port > 0 && port <= 0xFFFF)
             endpoint.port = std::to_string(port);
         else
             WriteLog("[ERROR]: SensorBoardTelnetPort %u is no TCP port, using %s", port, endpoint.port.c_str());
     }
+    // An instrument that talks to another board than its own says so once, where a service technician looks.
+    if (endpoint.host != kDefaultSensorBoardAddress || endpoint.port != halvern::links::kMoraTelnetPort)
+        WriteLog("[%s] [WARN]: sensor board at %s:%s instead of %s:%s (HKLM\\SOFTWARE\\Vexar\\Halvern)",
+                 "SysManagerC::ApplySensorBoardEndpoint", endpoint.host.c_str(), endpoint.port.c_str(),
+                 kDefaultSensorBoardAddress, halvern::links::kMoraTelnetPort);
     halvern::links::setTelnetEndpoint(endpoint);
 }
 

@@ -129,12 +129,13 @@ public:
     bool PowerCycleScannerDevice();
     bool RequestSensorboardHalt();
     // Where the sensor board is reached (its Ethernet address as dotted quad): 192.168.2.1 unless the
-    // per-user setting "SensorBoardAddress" (REG_SZ) of "SOFTWARE\Vexar\Halvern" names another, or a
-    // test has set one.
+    // machine's setting "SensorBoardAddress" (REG_SZ) of HKLM "SOFTWARE\Vexar\Halvern" names another, or
+    // a test has set one.
     void SetSensorBoardAddress(const std::string& address);
     std::string GetSensorBoardAddress() const;
     // Points the sensor board's telnet client at the board's address and at its telnet port: 23 unless the
-    // per-user setting "SensorBoardTelnetPort" (REG_DWORD) names another, as the simulated board does.
+    // machine's setting "SensorBoardTelnetPort" (REG_DWORD) names another, as the simulated board does.
+    // Logs one line when the endpoint is not 192.168.2.1:23.
     void ApplySensorBoardEndpoint() const;
 
     void ConfigurePowerCycleRequest(std::int32_t type, bool force, std::uint32_t timeoutSeconds);

@@ -2,6 +2,7 @@
 // answered from the sim root at the moment it is asked.
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -92,6 +93,31 @@ bool writeDriverChannels(const std::string& root, const std::vector<SimDriverCha
         text << channel.channel << ' ' << channel.widthFlags << ' ' << (channel.dfs ? 1 : 0) << ' '
              << (channel.marked ? 1 : 0) << '\n';
     return makeDirectories(root + "/sim/devices") && replaceFile(channelsPath(root), text.str());
+}
+
+std::uint64_t monotonicMs()
+{
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                          std::chrono::steady_clock::now().time_since_epoch())
+                                          .count());
+}
+
+std::string wlanReadyAtPath(const std::string& root)
+{
+    return root + "/sim/devices/wlan-ready-at";
+}
+
+bool writeWlanReadyAt(const std::string& root, std::uint64_t readyAt)
+{
+    return makeDirectories(root + "/sim/devices") && replaceFile(wlanReadyAtPath(root), std::to_string(readyAt) + "\n");
+}
+
+bool wlanModuleUp(const std::string& root)
+{
+    std::ifstream in(wlanReadyAtPath(root));
+    std::uint64_t readyAt = 0;
+    if (!(in >> readyAt)) return true;
+    return monotonicMs() >= readyAt;
 }
 
 bool provideWlanDriverDevice(const std::string& root)

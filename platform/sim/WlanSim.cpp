@@ -1,5 +1,6 @@
 // The WLAN client of the simulated instrument: the service always answers; the module's interface is there
-// while the IO expander powers the module and the device's driver offers an interface.
+// while the IO expander powers the module, once the module has come up after its power-on, and while the
+// device's driver offers an interface.
 #include <fstream>
 #include <mutex>
 #include <set>
@@ -9,6 +10,7 @@
 #include "platform/WinError.h"
 #include "platform/Wlan.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/SimWlanDriver.h"
 #include "platform/sim/WlanSimClient.h"
 
 namespace platform {
@@ -62,7 +64,7 @@ bool validClient(WlanHandleValue handle)
 
 bool interfacePresent()
 {
-    return modulePowered() && driverOffersInterface();
+    return modulePowered() && sim::wlanModuleUp(sim::root()) && driverOffersInterface();
 }
 
 WlanGuid interfaceGuid()

@@ -100,6 +100,7 @@ void handleConfigExtGet(SEP::ReceivedCommandC& command)
 // policy), the band mode (0: the access point's band), and how long the scan may take in milliseconds
 // (0 or less: as long as the access point waits for it). The reply says the selection runs; its result
 // follows as the channel-selected event and goes to the driver like the access point's own selections.
+// While the access point is being configured the request is refused: that configuration selects itself.
 bool startSelection(const REC::WlanChannelSelection& request)
 {
     namespace net = halvern::net;
@@ -110,10 +111,13 @@ bool startSelection(const REC::WlanChannelSelection& request)
     }
     std::vector<net::WlanAllowedChannelT> allowed;
     if (!net::DevGetChanList(allowed)) return false;
-    net::setWlanBandMode(band);
-    if (request.a) net::setDfsExclusion(true);
-    return net::WlanChanSelector::instance().startChannelSelection(allowed, net::chanSelectionDone,
-                                                                   request.c > 0 ? request.c : net::kWlanScanWaitMs);
+    // This run's band and DFS choice are its own: the access point's next start or radar restart goes by
+    // its configuration again.
+    net::WlanSelectionPolicyT policy;
+    policy.bandMode = band;
+    policy.excludeDfs = request.a || net::dfsExclusion();
+    return WlanAccessPointC::instance().runChannelSelection(allowed, policy,
+                                                           request.c > 0 ? request.c : net::kWlanScanWaitMs);
 }
 
 void handleRunChannelSelection(SEP::ReceivedCommandC& command)
@@ -121,8 +125,7 @@ void handleRunChannelSelection(SEP::ReceivedCommandC& command)
     REC::WlanChannelSelection request;
     if (!HalvernSepImpl::DecodeRequest(command, request)) return;
     // A scan that never completes holds every later selection for as long as it is allowed to wait.
-    constexpr std::int32_t kLongestScanWaitMs = 60000;
-    if (request.c > kLongestScanWaitMs) {
+    if (request.c > halvern::net::kWlanLongestScanWaitMs) {
         HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_RANGE, "scan time above 60000 ms");
         return;
     }

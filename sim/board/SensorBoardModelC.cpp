@@ -79,7 +79,7 @@ bool SensorBoardModelC::start(const std::string& root, std::string& error)
     m_adapterRestarts = adapter.restarts;
     if (!m_console.open(root, "COM3", error) || !m_telnet.start(error)) return false;
     platform::sim::RegValueC port{platform::kRegDword, std::to_string(m_telnet.port())};
-    if (!platform::sim::writeValue(platform::RegHive::CurrentUser, "SOFTWARE\\Vexar\\Halvern", "SensorBoardTelnetPort",
+    if (!platform::sim::writeValue(platform::RegHive::LocalMachine, "SOFTWARE\\Vexar\\Halvern", "SensorBoardTelnetPort",
                                    port)) {
         error = "cannot record the sensor board's telnet port in the registry";
         return false;

@@ -36,7 +36,7 @@ public:
     SensorBoardModelC& operator=(const SensorBoardModelC&) = delete;
 
     // Brings up COM3 and the telnet server in the sim root, records the telnet port in the registry
-    // (HKCU\SOFTWARE\Vexar\Halvern "SensorBoardTelnetPort") and powers the board on.
+    // (HKLM\SOFTWARE\Vexar\Halvern "SensorBoardTelnetPort") and powers the board on.
     bool start(const std::string& root, std::string& error);
     void stop();
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "platform/Calendar.h"
+#include "platform/sim/SimWlanDriver.h"
 
 namespace halvern::sim {
 
@@ -27,7 +28,7 @@ std::uint32_t I2cRegisterDeviceC::transfer(const std::vector<std::uint8_t>& writ
 {
     std::lock_guard<std::mutex> guard(m_lock);
     read.clear();
-    if (m_broken) return kErrorIoDevice;
+    if (m_broken || busy()) return kErrorIoDevice;
     const std::size_t size = m_registers.size();
     if (!write.empty()) {
         m_pointer = write[0];
@@ -35,7 +36,7 @@ std::uint32_t I2cRegisterDeviceC::transfer(const std::vector<std::uint8_t>& writ
         for (std::size_t i = 1; i < write.size(); ++i) {
             const std::size_t at = m_pointer % size;
             m_registers[at] = merge(static_cast<std::uint8_t>(at), m_registers[at], write[i]);
-            m_pointer = static_cast<std::uint8_t>(m_pointer + 1);
+            m_pointer = nextWriteAddress(m_pointer);
         }
         if (write.size() > 1) afterWrite(first, static_cast<std::uint8_t>(m_pointer - 1));
     }
@@ -86,11 +87,51 @@ void IoExpanderModelC::setRevision(unsigned revision)
     m_registers[kInput] = static_cast<std::uint8_t>((m_registers[kInput] & ~0x07u) | (revision & 0x07u));
 }
 
-EepromModelC::EepromModelC() : I2cRegisterDeviceC(256)
+void IoExpanderModelC::setWlanStartUp(std::chrono::milliseconds startUp)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_wlanStartUp = startUp;
+}
+
+void IoExpanderModelC::attach(const std::string& root)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_root = root;
+    // A module powered from the start is up; a moment left by an earlier run (or boot) does not count.
+    if (m_wlanPowered) platform::sim::writeWlanReadyAt(m_root, platform::sim::monotonicMs());
+}
+
+void IoExpanderModelC::afterWrite(std::uint8_t first, std::uint8_t last)
+{
+    if (first > kOutput || last < kOutput) return;
+    const bool powered = (m_registers[kOutput] & kWlanPower) != 0;
+    if (powered && !m_wlanPowered && !m_root.empty())
+        platform::sim::writeWlanReadyAt(
+            m_root, platform::sim::monotonicMs() + static_cast<std::uint64_t>(m_wlanStartUp.count()));
+    m_wlanPowered = powered;
+}
+
+EepromModelC::EepromModelC(std::chrono::milliseconds writeCycle) : I2cRegisterDeviceC(256), m_writeCycle(writeCycle)
 {
     const char identity[] = "VANT-SIM-BOARD rev.A SN:00000001 trace:0000";
     std::memcpy(m_registers.data(), identity, sizeof identity);
     std::memset(m_registers.data() + 48, 0xFF, 256 - 48);
+}
+
+void EepromModelC::afterWrite(std::uint8_t, std::uint8_t)
+{
+    m_busyUntil = std::chrono::steady_clock::now() + m_writeCycle;
+}
+
+std::uint8_t EepromModelC::nextWriteAddress(std::uint8_t address) const
+{
+    const std::uint8_t page = address & static_cast<std::uint8_t>(~(kPageBytes - 1));
+    return static_cast<std::uint8_t>(page | ((address + 1) & (kPageBytes - 1)));
+}
+
+bool EepromModelC::busy() const
+{
+    return std::chrono::steady_clock::now() < m_busyUntil;
 }
 
 RtcModelC::RtcModelC(std::function<std::int64_t()> nowSeconds, std::int64_t unixTime)

@@ -4,9 +4,11 @@
 // with its first written byte; further bytes are written from there on and reads continue from there,
 // as these parts do. Each model can be broken on demand: every transfer then fails as a device that
 // does not acknowledge its address.
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <vector>
 
 namespace halvern::sim {
@@ -22,6 +24,8 @@ public:
                            std::vector<std::uint8_t>& read);
     void setBroken(bool broken);
     bool broken() const;
+    // The sim root the model is served on, for what it shows beyond the bus.
+    virtual void attach(const std::string&) {}
     std::uint8_t peek(std::uint8_t address) const;
     void poke(std::uint8_t address, std::uint8_t value);
 
@@ -29,6 +33,10 @@ protected:
     // Called with the lock held, before a read from `first` and after a write that ended at `last`.
     virtual void beforeRead(std::uint8_t) {}
     virtual void afterWrite(std::uint8_t, std::uint8_t) {}
+    // Where the byte after one written at `address` lands.
+    virtual std::uint8_t nextWriteAddress(std::uint8_t address) const { return static_cast<std::uint8_t>(address + 1); }
+    // A part that does not acknowledge its address for now (called with the lock held).
+    virtual bool busy() const { return false; }
     // How a written byte lands in its register (plain store by default).
     virtual std::uint8_t merge(std::uint8_t, std::uint8_t, std::uint8_t written) { return written; }
 
@@ -41,20 +49,45 @@ private:
 };
 
 // Port 0 of the expander is its input (bits 0..2 the hardware revision), 1 its output (the power lines
-// on bits 5..7), 3 its configuration.
+// on bits 5..7), 3 its configuration. The WLAN module on bit 6 takes a while from power-on until it is up
+// (its interface appears): that moment goes to the sim root for Halvern's WLAN client to see.
 class IoExpanderModelC final : public I2cRegisterDeviceC {
 public:
     static constexpr std::uint8_t kInput = 0x00;
     static constexpr std::uint8_t kOutput = 0x01;
     static constexpr std::uint8_t kConfiguration = 0x03;
+    static constexpr std::uint8_t kWlanPower = 0x40;
     IoExpanderModelC();
     void setRevision(unsigned revision);
+    // From the next power-on; 0 by default.
+    void setWlanStartUp(std::chrono::milliseconds startUp);
+    void attach(const std::string& root) override;
+
+private:
+    void afterWrite(std::uint8_t first, std::uint8_t last) override;
+
+    std::string m_root;
+    std::chrono::milliseconds m_wlanStartUp{0};
+    bool m_wlanPowered = true;
 };
 
-// 256 bytes addressed by one byte; a fresh part carries a board identity in its first 48 bytes.
+// 256 bytes addressed by one byte; a fresh part carries a board identity in its first 48 bytes. As a
+// 2-Kbit serial EEPROM it writes in pages of 8 bytes: a write that runs past its page's end wraps to the
+// page's start. While it programs what it was sent it acknowledges nothing.
 class EepromModelC final : public I2cRegisterDeviceC {
 public:
-    EepromModelC();
+    static constexpr std::uint8_t kPageBytes = 8;
+    static constexpr std::chrono::milliseconds kWriteCycle{5};
+
+    explicit EepromModelC(std::chrono::milliseconds writeCycle = kWriteCycle);
+
+private:
+    void afterWrite(std::uint8_t first, std::uint8_t last) override;
+    std::uint8_t nextWriteAddress(std::uint8_t address) const override;
+    bool busy() const override;
+
+    std::chrono::milliseconds m_writeCycle;
+    std::chrono::steady_clock::time_point m_busyUntil{};
 };
 
 // The RTC keeps counting from the time last written to it while its control register 0 does not stop it.

@@ -56,7 +56,10 @@ bool answer(int fd, I2cRegisterDeviceC& model)
 
 }  // namespace
 
-I2cInstrumentDevicesS::I2cInstrumentDevicesS() : rtc(steadySeconds, hostUnixTime()) {}
+I2cInstrumentDevicesS::I2cInstrumentDevicesS() : rtc(steadySeconds, hostUnixTime())
+{
+    ioExpander.setWlanStartUp(kWlanModuleStartUp);
+}
 
 I2cDeviceServerC::~I2cDeviceServerC()
 {
@@ -75,6 +78,7 @@ bool I2cDeviceServerC::start(const std::string& root, std::string& error)
         return false;
     }
     for (Endpoint& endpoint : m_endpoints) {
+        endpoint.model->attach(root);
         endpoint.path = root + "/dev/" + endpoint.path;
         sockaddr_un address{};
         address.sun_family = AF_UNIX;

@@ -1,6 +1,7 @@
 #pragma once
 // Serves the I2C device models on the sim root's dev/ sockets ("\\.\RTClock" is dev/RTClock), one thread
 // for all of them. Host-only.
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <thread>
@@ -37,8 +38,10 @@ private:
     std::thread m_thread;
 };
 
-// The instrument's three devices with halvern-sim's "rtc", "i2c" and "revision" control commands.
+// The instrument's three devices with halvern-sim's "rtc", "i2c" and "revision" control commands. Its
+// WLAN module is up 1.5 s after it was switched on, as a PCIe card whose driver has to load.
 struct I2cInstrumentDevicesS {
+    static constexpr std::chrono::milliseconds kWlanModuleStartUp{1500};
     IoExpanderModelC ioExpander;
     RtcModelC rtc;
     EepromModelC eeprom;

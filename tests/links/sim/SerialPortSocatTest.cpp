@@ -1,6 +1,7 @@
 // The serial port against a pseudo-terminal pair made by socat: the test holds the board's end and sees
 // what a board would see.
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -57,7 +58,7 @@ protected:
         if (ExternalToolC::locate("socat").empty()) GTEST_SKIP() << "socat is not installed (Debian package socat)";
         const std::string root = platform::sim::root();
         std::filesystem::create_directories(root + "/dev");
-        const std::string port = root + "/dev/COM3";
+        const std::string port = root + "/dev/" + m_portName;
         m_boardEnd = root + "/board";
         m_socat = std::make_unique<ExternalToolC>(
             std::vector<std::string>{"socat", "pty,raw,echo=0,link=" + port, "pty,raw,echo=0,link=" + m_boardEnd});
@@ -91,6 +92,13 @@ protected:
         return received;
     }
 
+    bool boardReceivedNothing()
+    {
+        pollfd waiting{m_board, POLLIN, 0};
+        return ::poll(&waiting, 1, 100) == 0;
+    }
+
+    std::string m_portName = "COM3";
     std::unique_ptr<ExternalToolC> m_socat;
     std::string m_boardEnd;
     int m_board = -1;
@@ -151,6 +159,28 @@ TEST_F(SerialPortSocatTest, TransactionCollectsTheBoardsAnswer)
     // The HMI board's port is not there.
     EXPECT_FALSE(links::comPortTransaction("DIVO", "", "G2B\r\n", reply, 300));
     EXPECT_NE(findMessage(logMessages(), "[ERROR]: Failed to open COM port COM5"), -1);
+}
+
+// The EFI controller's port has no terminator of its own: a transaction must bring one.
+class EfiSerialPortSocatTest : public SerialPortSocatTest {
+protected:
+    EfiSerialPortSocatTest() { m_portName = "COM4"; }
+};
+
+TEST_F(EfiSerialPortSocatTest, WithoutATerminatorNothingIsSentAndTheTransactionFails)
+{
+    std::string reply;
+    EXPECT_FALSE(links::comPortTransaction("EFI", "", "BAT:L:RSOC\r\n", reply, 100));
+    EXPECT_TRUE(boardReceivedNothing());
+    EXPECT_NE(findMessage(logMessages(), "[ERROR]: No terminator to cut the reply of COM port COM4 at"), -1);
+
+    std::thread board([this] {
+        if (boardReceives(12) == "BAT:L:RSOC\r\n") boardSends("85\r\n");
+    });
+    const bool done = links::comPortTransaction("EFI", "\r\n", "BAT:L:RSOC\r\n", reply, 300);
+    board.join();
+    EXPECT_TRUE(done);
+    EXPECT_EQ(reply, "85\r\n");
 }
 
 }  // namespace

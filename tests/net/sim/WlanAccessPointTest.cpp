@@ -48,6 +48,16 @@ net::WlanApConfigT record(std::uint32_t start, const char* ssid = "", const char
     return config;
 }
 
+// A client's switch-on with these credentials.
+net::WlanApRequestT switchOn(const char* ssid, const char* password)
+{
+    net::WlanApRequestT request;
+    request.start = 1;
+    request.ssid = ssid;
+    request.password = password;
+    return request;
+}
+
 int countOf(const std::vector<std::string>& messages, const std::string& text)
 {
     return static_cast<int>(std::count(messages.begin(), messages.end(), text));
@@ -169,7 +179,7 @@ TEST_F(WlanAccessPointTest, ConfigurationsThatCannotBeAreRefused)
 
     // 5 GHz where every channel needs radar detection: nothing to run on, and the
     // access point goes off.
-    simulate("wlan channels set 1 6 11 52/3/dfs 56/5/dfs 100/3/dfs");
+    simulate("wlan channels set 52/3/dfs 56/5/dfs 100/3/dfs");
     request.band = net::HALVERN_WLAN_5_0_GHZ;
     EXPECT_FALSE(net::configureWlan(config, request));
     EXPECT_TRUE(containsInOrder(logMessages(),
@@ -179,12 +189,24 @@ TEST_F(WlanAccessPointTest, ConfigurationsThatCannotBeAreRefused)
     EXPECT_EQ(service().starts, startsBefore);
 }
 
-TEST_F(WlanAccessPointTest, SwitchingOnSelectsAChannelAndStartsWithTheRequestedCredentials)
+TEST_F(WlanAccessPointTest, AnyAllowedChannelWithoutRadarDetectionLetsA5GhzStartAvoidDfs)
 {
+    // The driver still lists 2.4 GHz channels in 5 GHz mode; they need no radar detection either.
+    simulate("wlan channels set 1 6 11 52/3/dfs 56/5/dfs 100/3/dfs");
     net::WlanApRequestT request;
     request.start = 1;
-    request.ssid = "Zentor-50321";
-    request.password = "scan-the-world";
+    request.band = net::HALVERN_WLAN_5_0_GHZ;
+    request.noneDfs = true;
+    auto config = record(0);
+    net::configureWlan(config, request);
+    EXPECT_THAT(logMessages(), Not(Contains("[configureWlan] [ERROR]: no None-Dfs channels found!")));
+    EXPECT_TRUE(net::dfsExclusion()) << "the access point avoids DFS channels from now on";
+    EXPECT_EQ(config.start, 1u);
+}
+
+TEST_F(WlanAccessPointTest, SwitchingOnSelectsAChannelAndStartsWithTheRequestedCredentials)
+{
+    const auto request = switchOn("Zentor-50321", "scan-the-world");
     ASSERT_TRUE(net::WlanAccessPointC::instance().configure(request));
     EXPECT_EQ(WlanAp_Started(), 1);
     EXPECT_EQ(platform::sim::hostedNetworkSsid(service().settings), "Zentor-50321");
@@ -203,6 +225,47 @@ TEST_F(WlanAccessPointTest, SwitchingOnSelectsAChannelAndStartsWithTheRequestedC
     // A second switch-on while it runs is refused; the running access point stays.
     EXPECT_FALSE(net::WlanAccessPointC::instance().configure(request));
     EXPECT_EQ(WlanAp_Started(), 1);
+}
+
+// The driver's fourth band ("NetBand" "12") is no band mode: the record keeps it as band 0, so that the
+// restart after radar, which asks for the record's band, is not refused.
+TEST_F(WlanAccessPointTest, ADriverBandThatIsNoBandModeIsKeptWithoutEnteringTheRecord)
+{
+    ASSERT_TRUE(platform::sim::writeValue(platform::RegHive::LocalMachine, kWlanDriverKey, "NetBand",
+                                          {platform::kRegSz, "12"}));
+    net::WlanApRequestT request;
+    request.start = 1;
+    ASSERT_TRUE(net::WlanAccessPointC::instance().configure(request));
+    EXPECT_EQ(net::WlanAccessPointC::instance().config().band, net::kWlanBandKeep);
+    EXPECT_EQ(net::wlanBandMode(), net::HALVERN_WLAN_BOTH_BANDS);
+
+    // The driver stopped the access point; the restart asks for what the record holds.
+    ASSERT_EQ(WlanAp_Stop(), 1);
+    request.band = net::WlanAccessPointC::instance().config().band;
+    EXPECT_TRUE(net::WlanAccessPointC::instance().configure(request));
+    EXPECT_THAT(logMessages(), Not(Contains(HasSubstr("Invalid band setting"))));
+    EXPECT_EQ(WlanAp_Started(), 1);
+    EXPECT_EQ(wlanDriverValue("NetBand"), "12") << "the driver keeps its band";
+}
+
+TEST_F(WlanAccessPointTest, AFailedConfigurationIsNotRemembered)
+{
+    auto request = switchOn("Zentor-50321", "scan-the-world");
+    ASSERT_TRUE(net::WlanAccessPointC::instance().configure(request));
+    ASSERT_EQ(WlanAp_Stop(), 1);
+
+    // 33 bytes: the hosted network refuses it.
+    request.ssid = std::string(33, 'z');
+    EXPECT_FALSE(net::WlanAccessPointC::instance().configure(request));
+    EXPECT_THAT(logMessages(), Contains(HasSubstr("[ERROR]: Failed to set SSID (length 33): ")));
+    EXPECT_EQ(std::string(net::WlanAccessPointC::instance().config().ssid), "Zentor-50321");
+
+    // A request that brings no SSID goes on with the one that worked.
+    request.ssid.reset();
+    request.password.reset();
+    EXPECT_TRUE(net::WlanAccessPointC::instance().configure(request));
+    EXPECT_EQ(WlanAp_Started(), 1);
+    EXPECT_EQ(platform::sim::hostedNetworkSsid(service().settings), "Zentor-50321");
 }
 
 TEST_F(WlanAccessPointTest, WithoutTheDriversChannelsTheDriverFallsBackToTheDefaultChannel)

@@ -224,6 +224,36 @@ TEST_F(WlanChanSelectionTest, A40MhzNetworkIsJoinedAndOddBeaconsAreReadSafely)
     EXPECT_THAT(logMessages(), Contains("[WLAN_INFO]: findPreferredChannel"));
 }
 
+// A 40 MHz network between the preferred channels must not pull the access point onto it just because
+// the driver lists its channel before 6 and 11.
+TEST_F(WlanChanSelectionTest, In24GhzAWideNetworkBetweenThePreferredChannelsLosesToThem)
+{
+    net::setWlanBandMode(net::HALVERN_WLAN_2_4_GHZ);
+    std::vector<WlanAllowedChannelT> channels;
+    for (std::uint32_t channel = 1; channel <= 11; ++channel)
+        channels.push_back(allowedChannel(channel));
+    std::vector<net::WlanObservedNetworkT> observed;
+    for (const auto& [mhz, elements] : std::vector<std::pair<std::uint32_t, std::vector<std::uint8_t>>>{
+             {2422, {61, 22, 3, 0x05}}, {2437, {}}, {2462, {}}}) {
+        platform::WlanBssEntryT entry;
+        entry.ssid = "Office";
+        entry.centerFrequencyKhz = mhz * 1000;
+        entry.informationElements = elements;
+        entry.informationElements.resize(elements.empty() ? 0 : 24, 0);
+        observed.push_back(WlanChanSelector::observe(entry));
+    }
+    ASSERT_EQ(observed[0].channel, 3u);
+    ASSERT_EQ(observed[0].width, net::kChanWidthHt40Plus);
+
+    const auto result = WlanChanSelector::selectChannel(channels, observed, -1);
+    EXPECT_EQ(result.channel, 6);
+    EXPECT_EQ(result.width, net::kChanWidthHt20) << "as the network already on 6 runs";
+
+    // Without a network on 1, 6 or 11 the 40 MHz one is joined.
+    observed.erase(observed.begin() + 1, observed.end());
+    EXPECT_EQ(WlanChanSelector::selectChannel(channels, observed, -1).channel, 3);
+}
+
 TEST_F(WlanChanSelectionTest, AWholeSelectionScansAndDeliversTheChoice)
 {
     powerWlanModule();

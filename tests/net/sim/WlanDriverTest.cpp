@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -189,6 +190,29 @@ TEST_F(WlanDriverTest, PoweringOffAndOnAgainBringsTheInterfaceBack)
                                                 "waitTillWlanInterfaceReady num wlan interface entries: 1, "
                                                 "interface recognition time: 200 ms"}));
     EXPECT_EQ(m_wlan.clock.slept(), 700u);
+}
+
+// The power line reads back on at once; the module is only up once its interface appears.
+TEST_F(WlanDriverTest, PoweringOnWaitsUntilTheModuleIsUp)
+{
+    serveDevices();
+    ASSERT_TRUE(net::setWlanModulePower(false));
+    m_wlan.i2c.devices.ioExpander.setWlanStartUp(std::chrono::milliseconds(1400));
+    // The module comes up in real time, so the pauses between the looks at it are real too.
+    platform::setClock(nullptr);
+    ASSERT_TRUE(net::setWlanModulePower(true));
+    EXPECT_EQ(interfaceCount(), 1u);
+    EXPECT_THAT(logMessages(), Contains("[WLAN_INFO]: WLAN driver Ready after: 1500 ms."));
+
+    // A module that never comes up is given up after ten looks, and its interface after ten more.
+    platform::setClock(&m_wlan.clock);
+    ASSERT_TRUE(net::setWlanModulePower(false));
+    m_wlan.i2c.devices.ioExpander.setWlanStartUp(std::chrono::hours(1));
+    EXPECT_FALSE(net::setWlanModulePower(true));
+    EXPECT_TRUE(containsInOrder(logMessages(), {"[WLAN_ERROR]: WLAN driver NOT Ready after: 5000 ms!",
+                                                "waitTillWlanInterfaceReady num wlan interface entries: 0, "
+                                                "interface recognition time: 2000 ms"}));
+    EXPECT_EQ(m_wlan.clock.slept(), 10u * 500u + 10u * 200u);
 }
 
 TEST_F(WlanDriverTest, AModuleWhoseInterfaceNeverShowsFailsAfterBothWaits)

@@ -3,11 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <future>
 #include <string>
+#include <thread>
 
 #include "app/StartUpSteps.h"
 #include "net/NetManagerC.h"
+#include "net/WlanAccessPointC.h"
 #include "net/WlanAp.h"
 #include "net/WlanChanSelector.h"
 #include "sep/SepCommandTestSupport.h"
@@ -176,6 +181,72 @@ TEST_F(WlanApCommandsTest, ARequestedSelectionIsAnnouncedAndRunByTheDriver)
     request.c = 60001;
     reply = port->askRecord(1057, request);
     EXPECT_EQ(reply.errorText, "Value out of range ( scan time above 60000 ms)");
+}
+
+TEST_F(WlanApCommandsTest, ASelectionWithoutDfsLeavesTheAccessPointsPolicyAlone)
+{
+    connectClients();
+    // The DFS channel 52 is the quiet one: only a run that avoids DFS channels takes the busy 36.
+    simulate("wlan channels set 36 52/1/dfs");
+    simulate("wlan network add 5180 Cafe-Guests");
+    REC::WlanChannelSelection request;
+    request.a = true;
+    request.b = net::HALVERN_WLAN_5_0_GHZ;
+    ASSERT_EQ(port->askRecord(1057, request).returnCode, 1097);
+    REC::WlanChannelSelection selected;
+    ASSERT_TRUE(channelEvent(selected));
+    EXPECT_EQ(selected.b, 36u);
+    ASSERT_TRUE(net::WlanChanSelector::instance().waitForSelectionDone(10000));
+    EXPECT_FALSE(net::dfsExclusion()) << "the access point's configuration never asked to avoid DFS channels";
+
+    request.a = false;
+    ASSERT_EQ(port->askRecord(1057, request).returnCode, 1097);
+    ASSERT_TRUE(channelEvent(selected));
+    EXPECT_EQ(selected.b, 52u) << "the next run goes by the access point's policy again";
+    ASSERT_TRUE(net::WlanChanSelector::instance().waitForSelectionDone(10000));
+
+    // An access point configured without DFS channels keeps them out of a run that does not ask.
+    net::setDfsExclusion(true);
+    ASSERT_EQ(port->askRecord(1057, request).returnCode, 1097);
+    ASSERT_TRUE(channelEvent(selected));
+    EXPECT_EQ(selected.b, 36u);
+    ASSERT_TRUE(net::WlanChanSelector::instance().waitForSelectionDone(10000));
+}
+
+TEST_F(WlanApCommandsTest, ASelectionOnDemandNeverKeepsTheAccessPointOff)
+{
+    connectClients();
+    simulate("wlan channels set 36 40 52/1/dfs");
+    simulate("wlan scan delay 1000");
+    const auto workersStarted = [] {
+        const auto messages = logMessages();
+        return std::count_if(messages.begin(), messages.end(), [](const std::string& message) {
+            return message.rfind("WLAN channel selection worker started", 0) == 0;
+        });
+    };
+    REC::WlanChannelSelection request;
+    request.b = net::HALVERN_WLAN_5_0_GHZ;
+    ASSERT_EQ(port->askRecord(1057, request).returnCode, 1097);
+
+    // The access point's own configuration comes while that run still scans: it waits for it.
+    net::WlanApRequestT on;
+    on.start = 1;
+    EXPECT_TRUE(net::WlanAccessPointC::instance().configure(on));
+    EXPECT_EQ(WlanAp_Started(), 1);
+    EXPECT_EQ(workersStarted(), 2);
+
+    // A request while the access point is being configured is answered with the error.
+    ASSERT_EQ(WlanAp_Stop(), 1);
+    auto configured =
+        std::async(std::launch::async, [&on] { return net::WlanAccessPointC::instance().configure(on); });
+    for (int poll = 0; poll < 500 && workersStarted() < 3; ++poll)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_EQ(workersStarted(), 3);
+    const auto reply = port->askRecord(1057, request);
+    EXPECT_EQ(reply.errorText, "General failure ( failed to run WLAN channel selection)");
+    EXPECT_TRUE(configured.get());
+    EXPECT_EQ(WlanAp_Started(), 1);
+    EXPECT_THAT(logMessages(), Contains("[ERROR]: Channel selection is already in progress."));
 }
 
 TEST_F(WlanApCommandsTest, StartUpOpensTheAccessPointOnTheSelectedChannel)

@@ -35,7 +35,7 @@ protected:
         sim::addSensorBoardControlCommands(m_commands, m_board);
         // Halvern finds the board where the simulated instrument's registry says.
         const auto port = platform::sim::readValue(
-            platform::sim::keyFolder(platform::RegHive::CurrentUser, "SOFTWARE\\Vexar\\Halvern"),
+            platform::sim::keyFolder(platform::RegHive::LocalMachine, "SOFTWARE\\Vexar\\Halvern"),
             "SensorBoardTelnetPort");
         ASSERT_TRUE(port.has_value());
         EXPECT_EQ(port->type, platform::kRegDword);

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
 
 #include "platform/Calendar.h"
 #include "sim/i2c/I2cControlCommands.h"
@@ -33,6 +36,24 @@ TEST(RtcModelTest, CountsWhileRunningAndFreezesWhileStopped)
     ASSERT_EQ(rtc.transfer({RtcModelC::kFlags}, 1, read), 0u);
     EXPECT_EQ(read.at(0), RtcModelC::kFlagVlf);
     EXPECT_EQ(rtc.unixTime(), platform::daysFromCivil(2000, 1, 1) * 86400);
+}
+
+// What a driver that ignores the pages meets on the real part: the tail of a long write overwrites the
+// start of its page, and the part is deaf while it programs.
+TEST(EepromModelTest, AWriteWrapsWithinItsPageAndThePartIsBusyMeanwhile)
+{
+    sim::EepromModelC eeprom(std::chrono::milliseconds(50));
+    std::vector<std::uint8_t> read;
+    ASSERT_EQ(eeprom.transfer({6, 0xA1, 0xA2, 0xA3, 0xA4}, 0, read), 0u);
+    EXPECT_NE(eeprom.transfer({6}, 1, read), 0u) << "no acknowledge during the write cycle";
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    ASSERT_EQ(eeprom.transfer({0}, 9, read), 0u);
+    EXPECT_EQ(read, (std::vector<std::uint8_t>{0xA3, 0xA4, 'N', 'T', '-', 'S', 0xA1, 0xA2, '-'}));
+
+    // Reading runs on across pages.
+    sim::EepromModelC idle(std::chrono::milliseconds(0));
+    ASSERT_EQ(idle.transfer({6}, 4, read), 0u);
+    EXPECT_EQ(read, (std::vector<std::uint8_t>{'I', 'M', '-', 'B'}));
 }
 
 TEST(I2cControlCommandsTest, BreakFixVlfAndRevision)

@@ -1,6 +1,7 @@
 #pragma once
 // The instrument's three I2C devices served on the test's sim root, as a fresh instrument has them: the IO
 // expander with every device powered (the WLAN module too), the RTC and the EEPROM.
+#include <chrono>
 #include <string>
 
 #include "platform/sim/SimRoot.h"
@@ -12,6 +13,8 @@ class ServedI2cDevicesC {
 public:
     bool start(std::string& error)
     {
+        // A module switched on is up at once, unless a test asks for the wait.
+        devices.ioExpander.setWlanStartUp(std::chrono::milliseconds(0));
         m_server.add("IOExpander", devices.ioExpander);
         m_server.add("RTClock", devices.rtc);
         m_server.add("EEPROM", devices.eeprom);

@@ -182,6 +182,17 @@ TEST_F(SpbDevicesTest, TheEepromHoldsTheBoardIdentityAndStaysInItsBounds)
     std::uint8_t tooMuch[10] = {};
     EXPECT_EQ(SPB_readEEPROMData(250, 10, tooMuch), 4u);
 
+    // A board identity written from an odd offset across several pages lands whole.
+    std::uint8_t identity[48];
+    for (std::size_t i = 0; i < sizeof identity; ++i)
+        identity[i] = static_cast<std::uint8_t>(0x40 + i);
+    ASSERT_EQ(SPB_writeEEPROMData(101, identity, sizeof identity), 0u);
+    std::uint8_t readBack[52] = {};
+    ASSERT_EQ(SPB_readEEPROMData(100, sizeof readBack, readBack), 0u);
+    EXPECT_EQ(readBack[0], 0xFF) << "the byte before is untouched";
+    EXPECT_EQ(std::memcmp(readBack + 1, identity, sizeof identity), 0);
+    EXPECT_EQ(readBack[49], 0xFF) << "the byte after is untouched";
+
     m_eeprom.setBroken(true);
     EXPECT_NE(SPB_readBoardIdContent(content), 0u);
     EXPECT_THAT(m_lines, Contains("Read EEPROM error: 1"));

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "links/TelnetConnection.h"
 #include "platform/sim/SimRoot.h"
 #include "sim/standin/StandInInstall.h"
 #include "support/TestEnvironment.h"
@@ -279,13 +280,42 @@ TEST_F(ApplicationsTest, APowerCycleHaltsTheSensorBoardAndShutsWindowsDownWithou
 
 TEST_F(ApplicationsTest, TheSensorBoardIsWhereTheSettingsSayAndOnlyThere)
 {
+    const std::string machine = platform::sim::root() + "/registry/HKLM/SOFTWARE/Vexar/Halvern/";
+    const std::string user = platform::sim::root() + "/registry/HKCU/SOFTWARE/Vexar/Halvern/";
     EXPECT_EQ(manager->GetSensorBoardAddress(), "127.0.0.1") << "the simulated instrument's own setting";
-    std::ofstream(platform::sim::root() + "/registry/HKCU/SOFTWARE/Vexar/Halvern/SensorBoardAddress", std::ios::trunc)
-        << "REG_SZ\nsensorboard.local\n";
+    // A user's own settings cannot send the ssh halt or the Ethernet checks elsewhere.
+    std::ofstream(user + "SensorBoardAddress", std::ios::trunc) << "REG_SZ\n10.20.30.40\n";
+    std::ofstream(user + "SensorBoardTelnetPort", std::ios::trunc) << "REG_DWORD\n2323\n";
+    EXPECT_EQ(manager->GetSensorBoardAddress(), "127.0.0.1");
+    std::ofstream(machine + "SensorBoardTelnetPort", std::ios::trunc) << "REG_DWORD\n4023\n";
+    manager->ApplySensorBoardEndpoint();
+    EXPECT_EQ(links::telnetEndpoint().host, "127.0.0.1");
+    EXPECT_EQ(links::telnetEndpoint().port, "4023");
+    const std::string moved = "[SysManagerC::ApplySensorBoardEndpoint] [WARN]: sensor board at 127.0.0.1:4023 instead "
+                              "of 192.168.2.1:23 (HKLM\\SOFTWARE\\Vexar\\Halvern)";
+    EXPECT_NE(findMessage(logMessages(), moved), -1);
+
+    std::ofstream(machine + "SensorBoardAddress", std::ios::trunc) << "REG_SZ\nsensorboard.local\n";
     EXPECT_EQ(manager->GetSensorBoardAddress(), "192.168.2.1");
     EXPECT_NE(findMessage(logMessages(),
                           "[ERROR]: SensorBoardAddress 'sensorboard.local' is not an IPv4 address, using 192.168.2.1"),
               -1);
+
+    // The instrument's own board is not worth a line.
+    std::filesystem::remove(machine + "SensorBoardAddress");
+    std::filesystem::remove(machine + "SensorBoardTelnetPort");
+    const auto movedLines = [] {
+        const auto messages = logMessages();
+        return std::count_if(messages.begin(), messages.end(), [](const std::string& message) {
+            return message.rfind("[SysManagerC::ApplySensorBoardEndpoint] [WARN]:", 0) == 0;
+        });
+    };
+    const auto before = movedLines();
+    manager->ApplySensorBoardEndpoint();
+    EXPECT_EQ(links::telnetEndpoint().host, "192.168.2.1");
+    EXPECT_EQ(links::telnetEndpoint().port, "23");
+    EXPECT_EQ(movedLines(), before);
+    links::setTelnetEndpoint({});
 }
 
 TEST_F(ApplicationsTest, OnlyRebootAndShutdownArePowerCycles)
