@@ -287,7 +287,8 @@ std::string formatLogText(const char* format, va_list args, std::size_t maxLengt
             case 'c':
                 if (length == LengthE::Long || wide) {
                     spec += "lc";
-                    appendFormatted(out, spec, 1, va_arg(args, std::wint_t));
+                    // A wide character arrives promoted; wint_t is narrower than int on Windows.
+                    appendFormatted(out, spec, 1, static_cast<std::wint_t>(va_arg(args, unsigned int)));
                 } else {
                     const char c = static_cast<char>(va_arg(args, int));
                     out.escaped(&c, 1);
