@@ -99,6 +99,19 @@ std::unique_ptr<DataCoderI> ConnectionHandlerC::makeCoder()
     return coder;
 }
 
+const std::vector<DataCoderI*>& ConnectionHandlerC::readers(const std::vector<DataCoderI*>& coders)
+{
+    if (m_readers.size() != coders.size()) {
+        m_readerCoders.clear();
+        m_readers.clear();
+        for (const DataCoderI* coder : coders) {
+            m_readerCoders.push_back(coder->clone());
+            m_readers.push_back(m_readerCoders.back().get());
+        }
+    }
+    return m_readers;
+}
+
 void ConnectionHandlerC::setCoding(const DataCoderI& coder)
 {
     std::lock_guard<std::mutex> guard(m_codingLock);

@@ -68,6 +68,8 @@ public:
     // A fresh coder of the connection's coding: the coding of the last frame that the router could read,
     // binary before any.
     std::unique_ptr<DataCoderI> makeCoder();
+    // This connection's readers: one copy of each of `coders`, in their order, made on first use.
+    const std::vector<DataCoderI*>& readers(const std::vector<DataCoderI*>& coders);
     void setCoding(const DataCoderI& coder);
 
 private:
@@ -84,6 +86,9 @@ private:
     std::vector<std::uint8_t> m_framed;
     // The thread in a receiving pass over this connection's frames; none outside of one.
     std::atomic<std::thread::id> m_receivingThread{};
+    // Used by the one thread that handles the connection's frames.
+    std::vector<std::unique_ptr<DataCoderI>> m_readerCoders;
+    std::vector<DataCoderI*> m_readers;
     mutable std::mutex m_codingLock;
     std::unique_ptr<DataCoderI> m_coding;
 };

@@ -93,7 +93,9 @@ void RouterC::handleIncomingMessage(ConnectionHandlerC& connectionHandler)
 
 void RouterC::handleFrame(const std::vector<std::uint8_t>& frame, ConnectionHandlerC& connectionHandler)
 {
-    for (DataCoderI* coder : m_coders) {
+    // The connection's own copies of the coders: connections are handled on threads of their own, and a
+    // coder holds the frame it reads.
+    for (DataCoderI* coder : connectionHandler.readers(m_coders)) {
         std::uint32_t kind = 0;
         std::uint16_t messageId = 0;
         AddressC source, destination;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -243,6 +244,42 @@ TEST_F(TcpServerTest, EventsBeyondTheHardLimitOfAQueueDropItsClientAtOnceAndNobo
     EXPECT_GE(
         findMessage(logMessages(), "NetTcpIpServerC::writeData: dropping connection 1 (its output queue is full)"), 0);
     EXPECT_EQ(increment(*other, 4), 5);
+}
+
+TEST_F(TcpServerTest, TenClientsPipeliningAtOnceEachGetTheirOwnRepliesInOrder)
+{
+    start();
+    // Each client's commands are decoded on its own thread, side by side with the others': every reply
+    // must answer the client's own command, in its order.
+    std::vector<std::thread> clients;
+    std::atomic<int> wrong{0};
+    for (std::uint32_t c = 0; c < 10; ++c) {
+        clients.emplace_back([this, c, &wrong] {
+            auto client = connect();
+            Bytes batch;
+            for (std::uint32_t i = 0; i < 300; ++i) {
+                const Bytes frame =
+                    SEP::encodeFrame(c % 2 ? SEP::CodingE::Ascii : SEP::CodingE::Binary, kIncrement,
+                                     SEP::MESSAGE_KIND_COMMAND, {}, {},
+                                     [&](SEP::DataWriterI& w) { return w.writeU32(c * 100000 + i); });
+                batch.insert(batch.end(), frame.begin(), frame.end());
+            }
+            if (!client->sendBytes(batch)) ++wrong;
+            for (std::uint32_t i = 0; i < 300; ++i) {
+                Bytes reply;
+                SEP::DecodedFrameT decoded;
+                std::uint32_t answer = 0;
+                if (!client->receiveFrame(reply, kWaitMs) || !SEP::decodeFrame(reply, decoded) ||
+                    !decoded.coder->readU32(answer) || answer != c * 100000 + i + 1) {
+                    ++wrong;
+                    return;
+                }
+            }
+        });
+    }
+    for (auto& client : clients)
+        client.join();
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST_F(TcpServerTest, EightClientsThatNeverReadDoNotHoldBackANinthClientsReplies)
