@@ -1,5 +1,7 @@
 #include "app/Log.h"
 
+#include "app/LogText.h"
+
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -75,19 +77,8 @@ void WriteLogV(const char* format, va_list args)
     const platform::SystemTime now = platform::localTime();
     std::fprintf(file.get(), "%04d-%02d-%02d %02d:%02d:%02d\t", now.year, now.month, now.day, now.hour, now.minute,
                  now.second);
-    // The Windows C runtime's spellings of a wide string ("%ws") and of a 64-bit integer ("%I64d") in
-    // their standard form.
-    std::string standardFormat;
-    if (std::strstr(format, "%ws") != nullptr || std::strstr(format, "%I64d") != nullptr) {
-        standardFormat = format;
-        for (std::size_t at = standardFormat.find("%ws"); at != std::string::npos; at = standardFormat.find("%ws", at))
-            standardFormat[at + 1] = 'l';
-        for (std::size_t at = standardFormat.find("%I64d"); at != std::string::npos;
-             at = standardFormat.find("%I64d", at))
-            standardFormat.replace(at, 5, "%lld");
-        format = standardFormat.c_str();
-    }
-    if (std::vfprintf(file.get(), format, args) < 0)
+    const std::string text = halvern::formatLogText(format, args);
+    if (std::fputs(text.c_str(), file.get()) < 0)
         printDiagnostic("Error occured during writing to log file %s", kLogFilePath);
     std::fputs("\n", file.get());
 }

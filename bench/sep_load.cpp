@@ -10,14 +10,12 @@
 #include <iostream>
 
 #include "bench/LoadGenerator.h"
+#include "bench/ReportJson.h"
 #include "framework/DebugLog.h"
 
 namespace {
 
-double toMs(std::uint64_t nanoseconds)
-{
-    return static_cast<double>(nanoseconds) / 1e6;
-}
+using HalvernBench::toMs;
 
 // Percentiles spread as an HdrHistogram plot spreads them: ever closer to 100 %, then the maximum.
 bool writeDistribution(const HalvernBench::LoadReportT& report, const std::string& path)
@@ -80,20 +78,12 @@ int main(int argc, char** argv)
     }
     HalvernBench::LoadReportT report;
     const bool ok = HalvernBench::runLoad(plan, report);
-    nlohmann::json result{
-        {"connections", plan.connections},
-        {"pipeline", plan.pipeline},
-        {"coding", ascii ? "ascii" : "binary"},
-        {"command", plan.commandId},
-        {"requests", report.completed},
-        {"bad_replies", report.badReplies},
-        {"seconds", report.elapsedSeconds},
-        {"rps", report.requestsPerSecond()},
-        {"p50_ms", toMs(report.percentileNs(50))},
-        {"p99_ms", toMs(report.percentileNs(99))},
-        {"p999_ms", toMs(report.percentileNs(99.9))},
-        {"max_ms", toMs(report.maxNs())},
-    };
+    nlohmann::json result{{"connections", plan.connections},
+                          {"pipeline", plan.pipeline},
+                          {"coding", ascii ? "ascii" : "binary"},
+                          {"command", plan.commandId},
+                          {"bad_replies", report.badReplies}};
+    HalvernBench::addFigures(result, report);
     if (!ok) result["failure"] = report.failure;
     std::cout << result << '\n';
     if (!cdfPath.empty() && !writeDistribution(report, cdfPath)) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
+#include <mutex>
 #include <new>
 
 #include "app/Log.h"
@@ -115,12 +116,18 @@ bool EFIServiceIPC::ExecuteCommandTransaction(EFIServiceIPCMessageI& message)
         !m_commandPipe)
         return false;
     std::uint32_t bytesRead = 0;
+    // One transaction at a time on the command pipe: the SEP connections' command threads and the main
+    // thread share it, and the replies must not cross.
+    static std::mutex transactions;
+    std::unique_lock<std::mutex> transaction(transactions);
     if (!platform::transactPipe(m_commandPipe.get(), message.GetRequest(), message.GetRequestBytes(),
                                 message.GetReplyBuffer(), message.GetReplySize(), bytesRead)) {
-        WriteLog("[%s] [ERROR]: WriteFile to pipe failed. GLE=%d", "EFIServiceIPC::ExecuteCommandTransaction",
-                 static_cast<int>(platform::lastError()));
+        const int error = static_cast<int>(platform::lastError());
+        transaction.unlock();
+        WriteLog("[%s] [ERROR]: WriteFile to pipe failed. GLE=%d", "EFIServiceIPC::ExecuteCommandTransaction", error);
         return false;
     }
+    transaction.unlock();
     return message.ParseReply();
 }
 

@@ -41,4 +41,22 @@ void debugLog(int level, const char* format, ...)
     WriteLog("%s", text);
 }
 
+LogLimiterC::~LogLimiterC()
+{
+    summarize();
+}
+
+void LogLimiterC::summarize()
+{
+    const unsigned suppressed = m_suppressed.exchange(0);
+    if (suppressed > 0) WriteLog("... %u further lines like this suppressed", suppressed);
+}
+
+bool LogLimiterC::allow()
+{
+    if (m_written.fetch_add(1) < m_limit) return true;
+    ++m_suppressed;
+    return false;
+}
+
 }  // namespace BSS

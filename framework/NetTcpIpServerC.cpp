@@ -1,5 +1,6 @@
 #include "framework/NetTcpIpServerC.h"
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <system_error>
@@ -86,6 +87,35 @@ bool NetTcpIpServerC::setUpSocket()
     return true;
 }
 
+bool NetTcpIpServerC::setUpWake()
+{
+    // Both platforms' select takes sockets only: the wake-up is a connected loopback pair of its own,
+    // made through a listener that lives only for this.
+    platform::UniqueSocket listener = platform::createTcpSocket();
+    if (!listener || !platform::bindSocket(listener.get(), platform::kLoopbackAddress, 0) ||
+        !platform::listenSocket(listener.get(), 1))
+        return false;
+    platform::UniqueSocket sender = platform::createTcpSocket();
+    if (!sender ||
+        !platform::connectSocket(sender.get(), platform::kLoopbackAddress, platform::localPort(listener.get())))
+        return false;
+    std::uint32_t peer = 0;
+    platform::UniqueSocket receiver = platform::acceptSocket(listener.get(), peer);
+    if (!receiver || !platform::setNonBlocking(receiver.get(), true) || !platform::setNonBlocking(sender.get(), true))
+        return false;
+    platform::setNoDelay(sender.get());
+    m_wakeSend = std::move(sender);
+    m_wakeReceive = std::move(receiver);
+    return true;
+}
+
+void NetTcpIpServerC::wake()
+{
+    if (m_wakePending.exchange(true)) return;
+    const std::uint8_t byte = 1;
+    platform::sendSocket(m_wakeSend.get(), &byte, 1);
+}
+
 bool NetTcpIpServerC::start()
 {
     if (m_task.joinable()) return isRunning();
@@ -93,6 +123,13 @@ bool NetTcpIpServerC::start()
     m_stateMachine.goToState(TcpIpServerStateMachineC::STATE_SETUP);
     m_stateMachine.logExecState();
     if (!setUpSocket()) {
+        m_stateMachine.goToState(TcpIpServerStateMachineC::STATE_STOPPED);
+        return false;
+    }
+    if (!setUpWake()) {
+        debugLog(kDebugLevelDetail, "%4d cannot set up the task's wake-up, port %u (err %s)\n",
+                 static_cast<int>(m_boundPort), static_cast<unsigned>(m_boundPort), lastSocketError().c_str());
+        m_serverSocket.reset();
         m_stateMachine.goToState(TcpIpServerStateMachineC::STATE_STOPPED);
         return false;
     }
@@ -117,14 +154,15 @@ bool NetTcpIpServerC::stop()
     m_stateMachine.goToState(TcpIpServerStateMachineC::STATE_STOPPING);
     debugLog(kDebugLevelDetail, "Stopping\n");
     m_stopRequested = true;
-    // A connection to the own port ends the task's select at once instead of after its pass time-out.
-    platform::UniqueSocket wake = platform::createTcpSocket();
-    if (wake) platform::connectSocket(wake.get(), platform::kLoopbackAddress, m_boundPort);
+    m_wakePending = false;
+    wake();
     m_task.join();
     debugLog(kDebugLevelDetail, "onStop\n");
     closeClientConnections();
     debugLog(kDebugLevelDetail, "cleanup\n");
     m_serverSocket.reset();
+    m_wakeSend.reset();
+    m_wakeReceive.reset();
     m_stateMachine.goToState(TcpIpServerStateMachineC::STATE_STOPPED);
     return true;
 }
@@ -136,7 +174,7 @@ void NetTcpIpServerC::run()
     while (!m_stopRequested) {
         // A failure while handling one client must not end the port for all of them.
         try {
-            acceptOrReceive();
+            onePass();
         } catch (const std::exception& error) {
             debugLog(kDebugLevelDetail, "acceptOrReceive: %s\n", error.what());
         } catch (...) {
@@ -145,57 +183,97 @@ void NetTcpIpServerC::run()
     }
 }
 
-void NetTcpIpServerC::acceptOrReceive()
+void NetTcpIpServerC::onePass()
 {
-    std::vector<std::pair<int, std::shared_ptr<ClientT>>> clients;
-    std::vector<int> dropped;
+    std::vector<ClientPtr> clients;
     {
         std::lock_guard<std::mutex> guard(m_tableLock);
-        for (const auto& entry : m_clients) {
-            if (entry.second->dropped)
-                dropped.push_back(entry.first);
-            else
-                clients.emplace_back(entry.first, entry.second);
-        }
+        for (const auto& entry : m_clients)
+            clients.push_back(entry.second);
     }
-    for (const int connection : dropped)
-        closeClient(connection);
-    std::vector<platform::SocketPollT> readable{{m_serverSocket.get(), false}};
+    // What is due: dropped clients are closed, clients whose queue did not move for the write time-out are
+    // dropped, the others wait for room in their socket; the nearest deadline bounds the wait.
+    std::vector<ClientPtr> readers, writers;
+    std::uint64_t waitMs = m_config.passTimeoutMs;
+    const std::uint64_t now = platform::tickCount64();
     for (const auto& client : clients) {
-        if (readable.size() >= platform::kMaxSelectSockets) break;
-        readable.push_back({client.second->socket.get(), false});
+        bool close = false;
+        {
+            std::lock_guard<std::mutex> guard(client->lock);
+            if (!client->dropped && client->queued > 0) {
+                const std::uint64_t still = now - client->moved;
+                if (still >= m_config.writeTimeoutMs) {
+                    debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData timeout (%dms) exceeded\n",
+                             static_cast<int>(m_config.writeTimeoutMs));
+                    dropClient(*client, "its output did not move");
+                } else {
+                    waitMs = std::min<std::uint64_t>(waitMs, m_config.writeTimeoutMs - still);
+                    writers.push_back(client);
+                }
+            }
+            close = client->dropped;
+        }
+        if (close)
+            closeClient(client->id);
+        else if (!client->holdReceiving)
+            readers.push_back(client);
     }
-    std::vector<platform::SocketPollT> exceptional(readable.begin() + 1, readable.end());
-    const int ready = platform::selectSockets(&readable, nullptr, &exceptional, m_config.passTimeoutMs);
+
+    std::vector<platform::SocketPollT> readable{{m_serverSocket.get(), false}, {m_wakeReceive.get(), false}};
+    for (const auto& client : readers)
+        readable.push_back({client->socket.get(), false});
+    std::vector<platform::SocketPollT> writable;
+    for (const auto& client : writers)
+        writable.push_back({client->socket.get(), false});
+    // Only a write time-out is waited for on the installed clock (a test's virtual clock runs it out at
+    // once); the idle wait is real time and leaves that clock alone.
+    const std::uint64_t realWait =
+        writers.empty() ? waitMs : static_cast<std::uint64_t>(platform::clock().idleWait(waitMs).count());
+    const int ready = platform::selectSockets(&readable, writable.empty() ? nullptr : &writable, nullptr,
+                                              static_cast<std::uint32_t>(realWait));
     if (ready <= 0) return;
 
-    for (std::size_t i = 1; i < readable.size(); ++i) {
-        const auto& client = clients[i - 1];
-        if (exceptional[i - 1].ready)
-            debugLog(kDebugLevelDetail, "acceptOrReceive: exception on connection %d !\n", client.first);
-        if (readable[i].ready) receiveFrom(client.first, client.second);
+    if (readable[1].ready) {
+        // Drained before the flag is cleared: a wake-up after this sends a byte the next select sees, and
+        // one before it was folded into this pass, whose next round looks at every client anew.
+        std::uint8_t drain[64];
+        while (platform::receiveSocket(m_wakeReceive.get(), drain, sizeof drain) > 0) {
+        }
+        m_wakePending = false;
     }
+    for (std::size_t i = 0; i < writers.size(); ++i) {
+        if (!writable[i].ready) continue;
+        std::lock_guard<std::mutex> guard(writers[i]->lock);
+        if (!writers[i]->dropped && !sendQueued(*writers[i])) dropClient(*writers[i], "its socket failed");
+    }
+    for (std::size_t i = 0; i < readers.size(); ++i)
+        if (readable[i + 2].ready) receiveFrom(readers[i]);
     if (readable[0].ready) acceptNewConnection();
 }
 
-void NetTcpIpServerC::receiveFrom(int connection, const std::shared_ptr<ClientT>& client)
+void NetTcpIpServerC::receiveFrom(const ClientPtr& client)
 {
-    if (client->closedByServer) {
-        debugLog(kDebugLevelDetail, "acceptOrReceive: connection closed by closeClientConnections %d !\n", connection);
-        closeClient(connection);
-        return;
-    }
     const int received = platform::receiveSocket(client->socket.get(), m_receiveBuffer.data(), m_receiveBuffer.size());
     if (received <= 0) {
         if (received < 0 && platform::lastError() == platform::kWsaEWouldBlock) return;
-        debugLog(kDebugLevelDetail, "acceptOrReceive: client has shut down connection %d ! (err %s)\n", connection,
+        debugLog(kDebugLevelDetail, "acceptOrReceive: client has shut down connection %d ! (err %s)\n", client->id,
                  lastSocketError().c_str());
-        closeClient(connection);
+        closeClient(client->id);
         return;
     }
-    debugLog(kDebugLevelTraffic, "%s: %d bytes on connection %d on port %d\n", "acceptOrReceive", received, connection,
+    debugLog(kDebugLevelTraffic, "%s: %d bytes on connection %d on port %d\n", "acceptOrReceive", received, client->id,
              m_boundPort);
-    m_listener.onDataReceived(connection, m_receiveBuffer.data(), static_cast<std::size_t>(received));
+    // Holding is set before the listener may resume it from another thread.
+    client->holdReceiving = true;
+    if (m_listener.onDataReceived(client->id, m_receiveBuffer.data(), static_cast<std::size_t>(received)))
+        client->holdReceiving = false;
+}
+
+void NetTcpIpServerC::resumeReceiving(int connection)
+{
+    const ClientPtr client = find(connection);
+    if (!client || !client->holdReceiving.exchange(false)) return;
+    wake();
 }
 
 void NetTcpIpServerC::refuse(platform::UniqueSocket socket, const char* text)
@@ -210,7 +288,11 @@ void NetTcpIpServerC::acceptNewConnection()
     std::uint32_t peer = 0;
     platform::UniqueSocket socket = platform::acceptSocket(m_serverSocket.get(), peer);
     if (!socket) return;
-    const int connection = socket.logValue();
+    int connection = 0;
+    {
+        std::lock_guard<std::mutex> guard(m_tableLock);
+        connection = m_nextConnection++;
+    }
     debugLog(kDebugLevelDetail, "acceptOrReceive: new connection accepted %d !\n", connection);
     // Accepted sockets inherit non-blocking mode on Windows but not everywhere: make it the same.
     platform::setNonBlocking(socket.get(), true);
@@ -226,11 +308,13 @@ void NetTcpIpServerC::acceptNewConnection()
         m_clients.clear();
         guard.unlock();
         {
-            std::lock_guard<std::mutex> sending(old.second->sendLock);
+            std::lock_guard<std::mutex> sending(old.second->lock);
             platform::sendSocket(old.second->socket.get(), TOO_MANY_CLIENTS, std::strlen(TOO_MANY_CLIENTS) + 1);
             platform::shutdownSocket(old.second->socket.get());
             old.second->socket.reset();
+            old.second->dropped = true;
         }
+        old.second->room.notify_all();
         m_listener.onClientClosed(old.first);
         guard.lock();
     }
@@ -241,10 +325,11 @@ void NetTcpIpServerC::acceptNewConnection()
     if (count >= limit || !allowed) {
         debugLog(kDebugLevelDetail, "acceptOrReceive: new connection denied %d! nCnt %d, maxCnt %d\n", connection,
                  static_cast<int>(count), static_cast<int>(limit));
+        guard.unlock();
         refuse(std::move(socket), REFUSED);
         return;
     }
-    auto client = std::make_shared<ClientT>();
+    auto client = std::make_shared<ClientT>(connection);
     client->socket = std::move(socket);
     m_clients[connection] = client;
     guard.unlock();
@@ -252,9 +337,16 @@ void NetTcpIpServerC::acceptNewConnection()
     debugLog(kDebugLevelDetail, "poOnlineSubject->notify(0, BSS::BIO::NEW_CLIENT_CONNECTION_ACCEPTED);\n");
 }
 
+NetTcpIpServerC::ClientPtr NetTcpIpServerC::find(int connection) const
+{
+    std::lock_guard<std::mutex> guard(m_tableLock);
+    auto found = m_clients.find(connection);
+    return found == m_clients.end() ? nullptr : found->second;
+}
+
 void NetTcpIpServerC::closeClient(int connection)
 {
-    std::shared_ptr<ClientT> client;
+    ClientPtr client;
     {
         std::lock_guard<std::mutex> guard(m_tableLock);
         auto found = m_clients.find(connection);
@@ -263,100 +355,115 @@ void NetTcpIpServerC::closeClient(int connection)
         m_clients.erase(found);
     }
     {
-        std::lock_guard<std::mutex> sending(client->sendLock);
+        std::lock_guard<std::mutex> guard(client->lock);
+        client->dropped = true;
+        client->output.clear();
+        client->queued = 0;
         client->socket.reset();
     }
+    client->room.notify_all();
     m_listener.onClientClosed(connection);
 }
 
-void NetTcpIpServerC::dropClient(int connection, ClientT& client)
+void NetTcpIpServerC::dropClient(ClientT& client, const char* why)
 {
-    // The reply may have left in part, so nothing later on this stream could be read: the connection ends.
-    // It is only shut down here, because this may run inside the listener's own receive call for this
-    // connection; the task closes it at the start of its next pass.
-    debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData: dropping connection %d\n", connection);
+    // What was queued may have left in part, so nothing later on this stream could be read: the
+    // connection ends. The I/O task closes it at the start of its next pass.
+    debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData: dropping connection %d (%s)\n", client.id, why);
     client.dropped = true;
     platform::shutdownSocket(client.socket.get());
+    client.room.notify_all();
+    wake();
 }
 
 void NetTcpIpServerC::closeClientConnections()
 {
     debugLog(kDebugLevelDetail, "%4d closeClientConnections\n", static_cast<int>(m_boundPort));
-    std::map<int, std::shared_ptr<ClientT>> clients;
+    std::map<int, ClientPtr> clients;
     {
         std::lock_guard<std::mutex> guard(m_tableLock);
         clients.swap(m_clients);
     }
     for (auto& entry : clients) {
         {
-            std::lock_guard<std::mutex> sending(entry.second->sendLock);
-            entry.second->closedByServer = true;
+            std::lock_guard<std::mutex> guard(entry.second->lock);
+            entry.second->dropped = true;
+            entry.second->output.clear();
+            entry.second->queued = 0;
             platform::shutdownSocket(entry.second->socket.get());
             entry.second->socket.reset();
         }
+        entry.second->room.notify_all();
         m_listener.onClientClosed(entry.first);
     }
 }
 
-bool NetTcpIpServerC::writeData(int connection, const std::uint8_t* data, std::size_t length)
+bool NetTcpIpServerC::sendQueued(ClientT& client)
 {
-    std::shared_ptr<ClientT> client;
-    {
-        std::lock_guard<std::mutex> guard(m_tableLock);
-        auto found = m_clients.find(connection);
-        if (found == m_clients.end()) return false;
-        client = found->second;
-    }
-    std::lock_guard<std::mutex> sending(client->sendLock);
-    if (!client->socket || client->dropped) return false;
-    if (sendAll(*client, data, length)) return true;
-    dropClient(connection, *client);
-    return false;
-}
-
-bool NetTcpIpServerC::sendAll(ClientT& client, const std::uint8_t* data, std::size_t length)
-{
-    const std::uint64_t start = platform::tickCount64();
-    std::size_t sent = 0;
-    bool mustWait = false;
-    while (sent < length) {
-        const std::uint64_t elapsed = platform::tickCount64() - start;
-        if (elapsed >= m_config.writeTimeoutMs) {
-            debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData timeout (%dms) exceeded\n",
-                     static_cast<int>(m_config.writeTimeoutMs));
-            return false;
-        }
-        // A socket with room is written at once, without a select first: that is one system call per
-        // reply instead of two. Only a full one waits, in slices measured on the installed clock (a virtual
-        // clock runs the time-out out at once).
-        if (mustWait) {
-            const std::uint64_t slice = std::min<std::uint64_t>(m_config.writeTimeoutMs - elapsed, 50);
-            const auto realWait = platform::clock().idleWait(slice);
-            std::vector<platform::SocketPollT> writable{{client.socket.get(), false}};
-            std::vector<platform::SocketPollT> exceptional{{client.socket.get(), false}};
-            const int ready =
-                platform::selectSockets(nullptr, &writable, &exceptional, static_cast<std::uint32_t>(realWait.count()));
-            if (ready < 0) {
-                debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData: select returned an error, %s = %s\n", "err",
-                         lastSocketError().c_str());
-                return false;
-            }
-            if (exceptional[0].ready) {
-                debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData: select returns with except FDS set!\n");
-                return false;
-            }
-            if (!writable[0].ready) continue;
-        }
-        const int result = platform::sendSocket(client.socket.get(), data + sent, length - sent);
+    while (!client.output.empty()) {
+        auto& front = client.output.front();
+        const int result =
+            platform::sendSocket(client.socket.get(), front.data() + client.sent, front.size() - client.sent);
         if (result < 0) {
-            mustWait = platform::lastError() == platform::kWsaEWouldBlock;
-            if (mustWait) continue;
+            if (platform::lastError() == platform::kWsaEWouldBlock) return true;
             debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData: send failed (%s)\n", lastSocketError().c_str());
             return false;
         }
-        sent += static_cast<std::size_t>(result);
+        if (result == 0) return true;
+        client.moved = platform::tickCount64();
+        client.sent += static_cast<std::size_t>(result);
+        client.queued -= static_cast<std::size_t>(result);
+        if (client.sent == front.size()) {
+            client.output.pop_front();
+            client.sent = 0;
+        }
     }
+    client.room.notify_all();
     return true;
+}
+
+bool NetTcpIpServerC::writeData(int connection, const std::uint8_t* data, std::size_t length)
+{
+    const ClientPtr client = find(connection);
+    if (!client) return false;
+    std::lock_guard<std::mutex> guard(client->lock);
+    if (client->dropped || !client->socket) return false;
+    if (length == 0) return true;
+    if (client->queued + length > m_config.outputQueueHardBytes) {
+        dropClient(*client, "its output queue is full");
+        return false;
+    }
+    const bool wasEmpty = client->queued == 0;
+    client->output.emplace_back(data, data + length);
+    client->queued += length;
+    if (wasEmpty) client->moved = platform::tickCount64();
+    // Nothing queued before: the socket usually has room, and one call here saves the task a pass.
+    if (wasEmpty && !sendQueued(*client)) {
+        dropClient(*client, "its socket failed");
+        return false;
+    }
+    if (client->queued > 0 && wasEmpty) wake();
+    return true;
+}
+
+bool NetTcpIpServerC::waitForRoom(int connection)
+{
+    const ClientPtr client = find(connection);
+    if (!client) return false;
+    std::unique_lock<std::mutex> guard(client->lock);
+    // Real time: the I/O task drops the connection once its queue stood still for the write time-out,
+    // which ends this wait as well.
+    client->room.wait_for(guard, std::chrono::milliseconds(m_config.writeTimeoutMs) + std::chrono::milliseconds(100),
+                          [&] { return client->dropped || client->queued < m_config.outputQueueBytes; });
+    return !client->dropped;
+}
+
+std::size_t NetTcpIpServerC::queuedBytes(int connection) const
+{
+    const ClientPtr client = find(connection);
+    if (!client) return 0;
+    std::lock_guard<std::mutex> guard(client->lock);
+    return client->queued;
 }
 
 std::vector<int> NetTcpIpServerC::connections() const

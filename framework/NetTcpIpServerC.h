@@ -1,8 +1,12 @@
 #pragma once
-// A listening TCP server with its own task: it accepts up to the configured number of clients from the
-// allowed address range, hands every received chunk to its listener and writes replies with a time-out.
+// A listening TCP server with its own I/O task: it accepts up to the configured number of clients from
+// the allowed address range, hands every received chunk to its listener, and writes what is queued for
+// each client as its socket takes it. No write waits on a socket: a client that does not read fills only
+// its own output queue and is dropped once that stops moving for the write time-out.
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -37,10 +41,16 @@ struct NetTcpIpServerCfgT {
     // With maxClients 1: a new client from the allowed range replaces the connected one.
     bool replaceSingleClient = false;
     std::size_t receiveSize = 1024;
-    // Of the record's further values (1, 5000, 10, 500, 1, 2) the server uses 5000 as writeData's time-out
-    // and 500 as the longest select of one pass of the accept/receive loop.
+    // Of the record's further values (1, 5000, 10, 500, 1, 2) the server uses 5000 as the write time-out:
+    // a connection whose queued output the socket has not taken any of for that long is dropped.
     std::uint32_t writeTimeoutMs = 5000;
-    std::uint32_t passTimeoutMs = 500;
+    // The longest wait of the I/O task when nothing is due. It wakes for sockets, queued output and stop,
+    // never on a period: an idle server costs no wake-ups. (The start value 3600000.)
+    std::uint32_t passTimeoutMs = 3600000;
+    // A connection's output queue: the writer of replies waits (paced) for it to fall below this; events
+    // may go beyond it up to the hard limit, past which the connection is dropped at once.
+    std::size_t outputQueueBytes = 256 * 1024;
+    std::size_t outputQueueHardBytes = 1024 * 1024;
     std::vector<AddressRangeT> allowedRanges = defaultAllowedRanges();
 };
 
@@ -48,7 +58,9 @@ class NetTcpIpServerListenerI {
 public:
     virtual ~NetTcpIpServerListenerI() = default;
     virtual void onClientConnected(int connection) = 0;
-    virtual void onDataReceived(int connection, const std::uint8_t* data, std::size_t length) = 0;
+    // Runs on the I/O task: it must not block. False: hold further reads of this connection until
+    // resumeReceiving() is called for it.
+    virtual bool onDataReceived(int connection, const std::uint8_t* data, std::size_t length) = 0;
     virtual void onClientClosed(int connection) = 0;
 };
 
@@ -68,10 +80,17 @@ public:
     bool stop();
     bool isRunning() const { return m_stateMachine.state() == TcpIpServerStateMachineC::STATE_WAIT_FOR_CONNECTION; }
 
-    // Sends all bytes on a client connection, waiting at most the write time-out for room. A connection whose
-    // write fails or times out is shut down and closed by the next pass of the task: a client that does not
-    // take its replies holds no more than its socket buffers and stalls the others for one time-out only.
+    // Queues all bytes for a client connection, whole and in order (bytes of two calls never mix), and
+    // answers at once: false when the connection is gone or was dropped because its queue overflowed the
+    // hard limit. A socket with room and nothing queued before takes the bytes right away.
     bool writeData(int connection, const std::uint8_t* data, std::size_t length);
+    // Waits until the connection's queue is below its bound, at most the write time-out; false when it
+    // is gone. The I/O task drops a connection whose queue does not move for the write time-out.
+    bool waitForRoom(int connection);
+    // Lets the I/O task read a connection again whose listener asked it to hold.
+    void resumeReceiving(int connection);
+    // What waits in the connection's output queue (0 for one that is gone).
+    std::size_t queuedBytes(int connection) const;
     std::vector<int> connections() const;
     std::size_t clientCount() const;
     // The port actually listened on (differs from the configured one when that was 0).
@@ -79,23 +98,37 @@ public:
 
 private:
     struct ClientT {
+        explicit ClientT(int connectionId) : id(connectionId) {}
+        const int id;
+        // Closed only by the I/O task, under `lock`.
         platform::UniqueSocket socket;
-        std::mutex sendLock;
-        std::atomic<bool> closedByServer{false};
-        // Set by a write that failed: the connection only waits for the task to close it.
-        std::atomic<bool> dropped{false};
+        std::mutex lock;
+        std::condition_variable room;
+        // Queued output, oldest first; `sent` bytes of the front chunk have left already.
+        std::deque<std::vector<std::uint8_t>> output;
+        std::size_t sent = 0;
+        std::size_t queued = 0;
+        // When the socket last took bytes of the queue (or the queue began), on the installed clock.
+        std::uint64_t moved = 0;
+        bool dropped = false;
+        std::atomic<bool> holdReceiving{false};
     };
+    using ClientPtr = std::shared_ptr<ClientT>;
 
     bool setUpSocket();
+    bool setUpWake();
+    void wake();
     void run();
-    void acceptOrReceive();
+    void onePass();
     void acceptNewConnection();
-    void receiveFrom(int connection, const std::shared_ptr<ClientT>& client);
+    void receiveFrom(const ClientPtr& client);
+    // Writes what the socket takes of the client's queue (client lock held); false when it failed.
+    bool sendQueued(ClientT& client);
     void refuse(platform::UniqueSocket socket, const char* text);
+    ClientPtr find(int connection) const;
     void closeClient(int connection);
-    // With the client's send lock held.
-    bool sendAll(ClientT& client, const std::uint8_t* data, std::size_t length);
-    void dropClient(int connection, ClientT& client);
+    // Marks the client dropped (lock held), logs why, and lets the I/O task close it.
+    void dropClient(ClientT& client, const char* why);
     void closeClientConnections();
 
     NetTcpIpServerCfgT m_config;
@@ -105,8 +138,15 @@ private:
     std::uint16_t m_boundPort = 0;
     std::thread m_task;
     std::atomic<bool> m_stopRequested{false};
+    // A connected loopback pair: a byte sent on the one end ends the I/O task's wait.
+    platform::UniqueSocket m_wakeSend;
+    platform::UniqueSocket m_wakeReceive;
+    std::atomic<bool> m_wakePending{false};
     mutable std::mutex m_tableLock;
-    std::map<int, std::shared_ptr<ClientT>> m_clients;
+    std::map<int, ClientPtr> m_clients;
+    // Connections are numbered in accept order; a number is never reused, so that a late reply for a
+    // closed connection cannot reach a new one.
+    int m_nextConnection = 1;
     std::vector<std::uint8_t> m_receiveBuffer;
 };
 

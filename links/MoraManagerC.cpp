@@ -6,6 +6,7 @@
 
 #include "app/Log.h"
 #include "efi/EFIServiceIPCBasicCommand.h"
+#include "framework/CancelTokenC.h"
 #include "links/ProcRunner.h"
 #include "links/SerialPortC.h"
 #include "links/TelnetConnection.h"
@@ -131,7 +132,7 @@ bool MoraManagerC::waitForBootUart(int timeoutMs)
             WriteLog("[%s] [ERROR]: Failed to execute MORA UART transaction", tag);
             platform::sleepMs(kUartRetryPauseMs);
         }
-        if (elapsedSince(start) > timeoutMs) {
+        if (elapsedSince(start) > timeoutMs || BSS::CancelTokenC::currentCancelled()) {
             WriteLog("[%s] [ERROR]: Failed to wait for MORA's boot (UART)", tag);
             return false;
         }
@@ -155,7 +156,7 @@ bool MoraManagerC::waitForEth(int timeoutMs)
             WriteLog("MORA Ethernet connection successful.");
             return true;
         }
-        if (elapsedSince(start) > timeoutMs) {
+        if (elapsedSince(start) > timeoutMs || BSS::CancelTokenC::currentCancelled()) {
             WriteLog("[%s] [ERROR]: Failed to wait for MORA's Ethernet", tag);
             return false;
         }

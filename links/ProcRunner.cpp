@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "app/Log.h"
+#include "framework/CancelTokenC.h"
 #include "links/TelnetConnection.h"
 #include "platform/Process.h"
 #include "platform/Sync.h"
@@ -35,9 +36,9 @@ public:
             m_worker.join();
         }
     }
-    bool run(std::string& output, int& status, int timeoutMs)
+    bool run(std::string& output, int& status, int timeoutMs, std::size_t* dropped)
     {
-        return runTelnetCommand(m_command, status, output, timeoutMs);
+        return runTelnetCommand(m_command, status, output, timeoutMs, dropped);
     }
 
 private:
@@ -110,13 +111,15 @@ bool ProcRunner::start(const std::wstring& commandLine, const std::wstring& dire
     return true;
 }
 
-bool ProcRunner::wait(std::uint32_t timeoutMs)
+bool ProcRunner::wait(std::uint32_t timeoutMs, const BSS::CancelTokenC* cancel)
 {
     if (!m_process) {
         logLine("Tried to wait for prcoess, but handle is NULL!");
         return false;
     }
-    const std::uint32_t result = platform::waitForSingleObject(m_process.get(), timeoutMs);
+    const std::uint32_t result = cancel != nullptr && cancel->event() != nullptr
+                                     ? platform::waitForAnyObject({m_process.get(), cancel->event()}, timeoutMs)
+                                     : platform::waitForSingleObject(m_process.get(), timeoutMs);
     if (result == platform::kWaitObject0) return true;
     m_log << "BSPProcRunner: Failed to wait for process: " << result << ", last error: " << platform::lastError()
           << std::endl;
@@ -171,7 +174,7 @@ bool runVantCommand(const std::string& command, std::string& output, std::uint32
         WriteLog("[ERROR]: Failed to start the process on VANT!");
         return false;
     }
-    if (!runner.wait(timeoutMs == 0 ? platform::kInfinite : timeoutMs)) {
+    if (!runner.wait(timeoutMs == 0 ? platform::kInfinite : timeoutMs, BSS::CancelTokenC::current())) {
         WriteLog("[ERROR]: Failed to wait for the process to terminate!");
         runner.terminate();
         return false;
@@ -183,10 +186,10 @@ bool runVantCommand(const std::string& command, std::string& output, std::uint32
 }
 
 bool runMoraCommand(const std::string& command, std::string& output, int& status, std::uint32_t timeoutMs,
-                    const std::string& directory)
+                    const std::string& directory, std::size_t* dropped)
 {
     MoraCommandC remote(directory.empty() ? command : "cd " + directory + " && " + command);
-    return remote.run(output, status, timeoutMs == 0 ? -1 : static_cast<int>(timeoutMs));
+    return remote.run(output, status, timeoutMs == 0 ? -1 : static_cast<int>(timeoutMs), dropped);
 }
 
 }  // namespace halvern::links

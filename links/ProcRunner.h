@@ -5,6 +5,7 @@
 #include <ostream>
 #include <string>
 
+#include "framework/CancelTokenC.h"
 #include "platform/Handle.h"
 
 namespace halvern::links {
@@ -20,7 +21,8 @@ public:
     ~ProcRunner();
 
     bool start(const std::wstring& commandLine, const std::wstring& directory);
-    bool wait(std::uint32_t timeoutMs);
+    // Also false, as a time-out, when `cancel` is cancelled first.
+    bool wait(std::uint32_t timeoutMs, const BSS::CancelTokenC* cancel = nullptr);
     // True only when the child had already ended with exit code 0; a running one is ended.
     bool terminate(std::uint32_t* exitCode = nullptr);
     bool read(PipeE pipe, std::string& text);
@@ -43,7 +45,8 @@ private:
 bool runVantCommand(const std::string& command, std::string& output, std::uint32_t& exitCode, std::uint32_t timeoutMs,
                     const std::string& directory);
 // Runs `command` on the sensor board; true when it ran with status 0. Timeout 0 means the telnet default.
+// `output` keeps the end of what the board printed; `dropped`, when given, counts the bytes before it.
 bool runMoraCommand(const std::string& command, std::string& output, int& status, std::uint32_t timeoutMs,
-                    const std::string& directory);
+                    const std::string& directory, std::size_t* dropped = nullptr);
 
 }  // namespace halvern::links

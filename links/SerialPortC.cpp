@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "app/Log.h"
+#include "framework/CancelTokenC.h"
 #include "platform/Clock.h"
 #include "platform/Serial.h"
 #include "platform/Sync.h"
@@ -299,7 +300,8 @@ bool comPortTransaction(const std::string& role, const std::string& terminator, 
         port.close();
         return false;
     }
-    platform::sleepMs(milliseconds);
+    // Cancelled (its server stops): what arrived so far is the reply.
+    BSS::cancellableSleep(milliseconds);
     port.close();
     return true;
 }

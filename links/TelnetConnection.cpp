@@ -1,5 +1,6 @@
 #include "links/TelnetConnection.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "app/Log.h"
+#include "framework/CancelTokenC.h"
 #include "platform/Clock.h"
 #include "platform/Export.h"
 #include "platform/WinError.h"
@@ -52,6 +54,22 @@ std::uint32_t realWaitMs(int waitMs)
 {
     if (waitMs <= 0) return 0;
     return static_cast<std::uint32_t>(platform::clock().idleWait(static_cast<std::uint64_t>(waitMs)).count());
+}
+
+// select() that gives up early, as a time-out, when the calling thread's work is cancelled: checked
+// every 100 ms while such work waits, never when nobody can cancel it.
+int selectCancellable(std::vector<platform::SocketPollT>* read, std::vector<platform::SocketPollT>* write,
+                      std::uint32_t waitMs)
+{
+    const BSS::CancelTokenC* cancel = BSS::CancelTokenC::current();
+    if (cancel == nullptr) return platform::selectSockets(read, write, nullptr, waitMs);
+    constexpr std::uint32_t kSliceMs = 100;
+    for (std::uint32_t waited = 0;; waited += kSliceMs) {
+        if (cancel->cancelled()) return 0;
+        const std::uint32_t slice = std::min(kSliceMs, waitMs - std::min(waited, waitMs));
+        const int ready = platform::selectSockets(read, write, nullptr, slice);
+        if (ready != 0 || waited + slice >= waitMs) return ready;
+    }
 }
 
 }  // namespace
@@ -110,7 +128,7 @@ bool TelnetConnection::connect(int waitMs)
     }
 
     std::vector<platform::SocketPollT> writable{{m_socket.get(), false}};
-    const int ready = platform::selectSockets(nullptr, &writable, nullptr, realWaitMs(waitMs));
+    const int ready = selectCancellable(nullptr, &writable, realWaitMs(waitMs));
     if (ready == 0) {
         m_socket.reset();
         return false;
@@ -181,7 +199,7 @@ bool TelnetConnection::receive(std::string& buffer, int waitMs)
     char chunk[kReceiveChunk];
     for (;;) {
         std::vector<platform::SocketPollT> readable{{m_socket.get(), false}};
-        const int ready = platform::selectSockets(&readable, nullptr, nullptr, realWaitMs(waitMs));
+        const int ready = selectCancellable(&readable, nullptr, realWaitMs(waitMs));
         if (ready == 0) {
             netLog("Timeout occured while waiting for telnet reply from %s:%s", m_host.c_str(), m_port.c_str());
             return false;
@@ -235,9 +253,16 @@ bool TelnetConnection::execute(const std::string& command, std::string& reply, i
     status = -1;
     const std::uint64_t start = platform::tickCount64();
     std::string accumulated;
+    m_dropped = 0;
     readStatus(accumulated, status);
     for (;;) {
-        if (!receive(accumulated, timeoutMs)) {
+        const bool received = receive(accumulated, timeoutMs);
+        if (accumulated.size() > kTelnetReplyKeep) {
+            const std::size_t excess = accumulated.size() - kTelnetReplyKeep;
+            accumulated.erase(0, excess);
+            m_dropped += excess;
+        }
+        if (!received) {
             reply = accumulated;
             return false;
         }
@@ -261,12 +286,14 @@ void TelnetConnection::close()
                static_cast<int>(platform::lastError()));
 }
 
-bool runTelnetCommand(const std::string& command, int& status, std::string& reply, int timeoutMs)
+bool runTelnetCommand(const std::string& command, int& status, std::string& reply, int timeoutMs, std::size_t* dropped)
 {
     if (timeoutMs < 0) timeoutMs = kTelnetDefaultTimeoutMs;
     TelnetConnection connection;
     if (!connection.connect(timeoutMs)) return false;
-    if (!connection.execute(command, reply, status, timeoutMs)) {
+    const bool executed = connection.execute(command, reply, status, timeoutMs);
+    if (dropped != nullptr) *dropped = connection.droppedBytes();
+    if (!executed) {
         netLog("Failed to execute telnet command %s", command.c_str());
         return false;
     }

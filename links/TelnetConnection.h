@@ -12,6 +12,9 @@ constexpr const char* kMoraTelnetHost = "192.168.2.1";
 constexpr const char* kMoraTelnetPort = "23";
 constexpr int kTelnetDefaultTimeoutMs = 5000;
 constexpr const char* kTelnetStatusMarker = "RESULT: ";
+// What a command's reply keeps of the shell's output: its end, which holds the status line. A board
+// that prints megabytes costs no more than this.
+constexpr std::size_t kTelnetReplyKeep = 65536;
 
 // Where the sensor board's telnet server is reached. The instrument uses the fixed board address; the
 // simulated instrument and every test point it at a loopback port.
@@ -36,8 +39,10 @@ public:
     bool receive(std::string& buffer, int waitMs);
     // The status printed behind the marker line of `reply`.
     bool readStatus(const std::string& reply, int& status);
-    // Runs `command` and waits for its status line; `reply` gets everything the shell sent back.
+    // Runs `command` and waits for its status line; `reply` gets what the shell sent back, at most its
+    // last kTelnetReplyKeep bytes; droppedBytes() tells how many went before them.
     bool execute(const std::string& command, std::string& reply, int& status, int timeoutMs);
+    std::size_t droppedBytes() const { return m_dropped; }
     void close();
 
 private:
@@ -45,9 +50,12 @@ private:
     // Empty until a connect succeeded, as the messages of a connection that never came up show.
     std::string m_host;
     std::string m_port;
+    std::size_t m_dropped = 0;
 };
 
 // True when `command` ran on the sensor board with status 0. A negative timeout means the default.
-bool runTelnetCommand(const std::string& command, int& status, std::string& reply, int timeoutMs = -1);
+// `dropped`, when given, gets the number of leading bytes of the output that the reply does not keep.
+bool runTelnetCommand(const std::string& command, int& status, std::string& reply, int timeoutMs = -1,
+                      std::size_t* dropped = nullptr);
 
 }  // namespace halvern::links

@@ -43,7 +43,7 @@ void ChannelC::receive(DataReaderI& reader, const DataCoderI&, std::uint32_t kin
                           static_cast<unsigned>(messageId));
             return;
         }
-        ReceivedCommandC command(reader, messageId, source, destination, sourceAddress(), connection);
+        ReceivedCommandC command(reader, messageId, source, destination, connection);
         handler(command);
         return;
     }

@@ -6,13 +6,30 @@ namespace {
 constexpr std::uint8_t kQuote = 0x22;
 constexpr std::uint8_t kInnerQuote = 0x1A;
 
-// Printable or white space in the C locale, whatever locale the process runs with.
+}  // namespace
+
 bool carriable(unsigned char c)
 {
     return (c >= 0x20 && c <= 0x7E) || (c >= 0x09 && c <= 0x0D);
 }
 
-}  // namespace
+std::string carriableText(const std::string& text)
+{
+    std::string result;
+    result.reserve(text.size());
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (carriable(byte)) {
+            result.push_back(c);
+        } else {
+            static const char kHex[] = "0123456789ABCDEF";
+            result += "\\x";
+            result.push_back(kHex[byte >> 4]);
+            result.push_back(kHex[byte & 0x0F]);
+        }
+    }
+    return result;
+}
 
 void CoderBaseC::setReadFrame(const std::uint8_t* data, std::size_t length)
 {

@@ -8,6 +8,12 @@
 
 namespace SEP {
 
+// Printable or white space in the C locale, whatever locale the process runs with: what a string of
+// either coding may hold.
+bool carriable(unsigned char c);
+// `text` with every byte that a string cannot carry written as the four characters \xNN.
+std::string carriableText(const std::string& text);
+
 class CoderBaseC : public DataCoderI {
 public:
     void setWriteBuffer(MAL::UTI::RingBufferC* buffer) override { m_buffer = buffer; }

@@ -13,7 +13,7 @@ ConnectionHandlerC::ConnectionHandlerC(RouterC& router, TransmitFn transmit)
       m_transmit(std::move(transmit)),
       m_receiveBuffer(kBufferCapacity),
       m_sendBuffer(kBufferCapacity),
-      m_readerConnection(m_receiveBuffer),
+      m_readerConnection(m_receiveBuffer, &m_framingDrops),
       m_coding(std::make_unique<BinaryCoderC>())
 {}
 
@@ -29,13 +29,47 @@ void ConnectionHandlerC::onBytesReceived(const std::uint8_t* data, std::size_t l
     flush();
 }
 
-bool ConnectionHandlerC::flush()
+ConnectionHandlerC::WriteResultE ConnectionHandlerC::writeMessage(std::uint16_t messageId, std::uint32_t kind,
+                                                                  const AddressC& source, const AddressC& destination,
+                                                                  const FieldsFn& fields)
+{
+    const auto build = [&](DataCoderI& writer) {
+        if (!writer.beginMessage(messageId, kind, source, destination)) return false;
+        if (fields && !fields(writer)) {
+            writer.endMessage();
+            return false;
+        }
+        return writer.endMessage();
+    };
+    bool written = build(*makeCoder());
+    // The messages held back for the commands before this one may fill the send buffer: they leave first,
+    // and the message is built again in the emptied buffer. What then still fails cannot be encoded.
+    if (!written && hasHeldMessages()) {
+        if (!flush(true)) return WriteResultE::NotSent;
+        written = build(*makeCoder());
+    }
+    if (!written) return WriteResultE::Refused;
+    return flush() ? WriteResultE::Written : WriteResultE::NotSent;
+}
+
+bool ConnectionHandlerC::hasHeldMessages()
+{
+    MAL::UTI::RingBufferReadLockC lock(m_sendBuffer);
+    return m_sendBuffer.hasMessage();
+}
+
+void ConnectionHandlerC::paceReplies()
+{
+    if (m_pace) m_pace();
+}
+
+bool ConnectionHandlerC::flush(bool now)
 {
     // Commands that a client sent together are answered together: while the receiving pass still has
     // frames queued behind the one being handled, its replies wait in the send buffer and leave with the
     // reply to the last one, in one write instead of one per reply. A transmit that fails later is logged
     // where it fails; the handlers do not act on it.
-    if (std::this_thread::get_id() == m_receivingThread.load() && m_receiveBuffer.hasMessage()) return true;
+    if (!now && std::this_thread::get_id() == m_receivingThread.load() && m_receiveBuffer.hasMessage()) return true;
     std::lock_guard<std::mutex> guard(m_flushLock);
     m_framed.clear();
     while (MAL::UTI::SerialFramerC::takeFramed(m_sendBuffer, m_framed)) {
@@ -63,6 +97,19 @@ std::unique_ptr<DataCoderI> ConnectionHandlerC::makeCoder()
     auto coder = m_coding->clone();
     coder->setWriteBuffer(&m_sendBuffer);
     return coder;
+}
+
+const std::vector<DataCoderI*>& ConnectionHandlerC::readers(const std::vector<DataCoderI*>& coders)
+{
+    if (m_readers.size() != coders.size()) {
+        m_readerCoders.clear();
+        m_readers.clear();
+        for (const DataCoderI* coder : coders) {
+            m_readerCoders.push_back(coder->clone());
+            m_readers.push_back(m_readerCoders.back().get());
+        }
+    }
+    return m_readers;
 }
 
 void ConnectionHandlerC::setCoding(const DataCoderI& coder)

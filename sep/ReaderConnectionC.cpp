@@ -18,6 +18,7 @@ bool ReaderConnectionC::append(const std::uint8_t* bytes, std::size_t length)
 
 void ReaderConnectionC::unexpectedByte()
 {
+    if (m_limiter != nullptr && !m_limiter->allow()) return;
     BSS::debugLog(BSS::kDebugLevelDetail, "%s Unexpected byte received.", "MAL::HAL::ReaderConnectionC::procReadData");
 }
 

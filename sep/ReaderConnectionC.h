@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "framework/DebugLog.h"
 #include "framework/RingBufferC.h"
 
 namespace MAL::HAL {
@@ -13,7 +14,9 @@ class ReaderConnectionC {
 public:
     enum class StateE { InFrame, AfterCr, AfterEscape, Discard };
 
-    explicit ReaderConnectionC(MAL::UTI::RingBufferC& receiveBuffer) : m_buffer(receiveBuffer) {}
+    explicit ReaderConnectionC(MAL::UTI::RingBufferC& receiveBuffer, BSS::LogLimiterC* limiter = nullptr)
+        : m_buffer(receiveBuffer), m_limiter(limiter)
+    {}
 
     // Feeds received bytes; answers how many frames were completed.
     std::size_t procReadData(const std::uint8_t* data, std::size_t length);
@@ -26,6 +29,8 @@ private:
     void unexpectedByte();
 
     MAL::UTI::RingBufferC& m_buffer;
+    // Limits the "Unexpected byte" lines of one connection; none: every one is written.
+    BSS::LogLimiterC* m_limiter;
     StateE m_state = StateE::InFrame;
 };
 

@@ -2,19 +2,18 @@
 
 namespace SEP {
 
-bool ReceivedCommandC::sendReply(const FieldsFn& fields)
+ReceivedCommandC::ReplyResultE ReceivedCommandC::reply(const FieldsFn& fields)
 {
-    auto writer = m_connection.makeCoder();
-    const bool addressed = source().isValid();
-    const AddressC from = addressed ? m_channelSource : AddressC();
+    // An addressed command is answered from where it was sent to, back to where it came from. The channel's
+    // own address is not used: the default channel has none.
+    const bool addressed = source().isValid() && destination().isValid();
+    const AddressC from = addressed ? destination() : AddressC();
     const AddressC to = addressed ? source() : AddressC();
-    if (!writer->beginMessage(messageId(), MESSAGE_KIND_REPLY, from, to)) return false;
-    if (fields && !fields(*writer)) {
-        writer->endMessage();
-        return false;
-    }
-    if (!writer->endMessage()) return false;
-    return m_connection.flush();
+    const auto result = m_connection.writeMessage(messageId(), MESSAGE_KIND_REPLY, from, to, fields);
+    if (result == ConnectionHandlerC::WriteResultE::Refused) return ReplyResultE::NotEncoded;
+    if (result == ConnectionHandlerC::WriteResultE::NotSent) return ReplyResultE::NotSent;
+    m_connection.paceReplies();
+    return ReplyResultE::Sent;
 }
 
 }  // namespace SEP

@@ -29,21 +29,23 @@ private:
 
 class ReceivedCommandC : public ReceivedEventC {
 public:
-    using FieldsFn = std::function<bool(DataWriterI& writer)>;
+    using FieldsFn = ConnectionHandlerC::FieldsFn;
 
     ReceivedCommandC(DataReaderI& reader, std::uint16_t messageId, const AddressC& source, const AddressC& destination,
-                     const AddressC& channelSource, ConnectionHandlerC& connection)
-        : ReceivedEventC(reader, messageId, source, destination),
-          m_channelSource(channelSource),
-          m_connection(connection)
+                     ConnectionHandlerC& connection)
+        : ReceivedEventC(reader, messageId, source, destination), m_connection(connection)
     {}
 
-    // Writes the reply (same id, kind reply, addressed back to the sender when the command was addressed)
-    // in the command's coding and sends it on the connection that it came from.
-    bool sendReply(const FieldsFn& fields);
+    enum class ReplyResultE { Sent, NotEncoded, NotSent };
+
+    // Writes the reply (same id, kind reply; for an addressed command addressed back to its sender, with
+    // the command's two addresses swapped) in the command's coding and sends it on the connection that it
+    // came from. NotEncoded: the coding refused a field (a string with a character it cannot carry, a
+    // message above 64 KiB), nothing was sent; NotSent: the connection could not take it.
+    ReplyResultE reply(const FieldsFn& fields);
+    bool sendReply(const FieldsFn& fields) { return reply(fields) == ReplyResultE::Sent; }
 
 private:
-    AddressC m_channelSource;
     ConnectionHandlerC& m_connection;
 };
 

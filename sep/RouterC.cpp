@@ -93,7 +93,9 @@ void RouterC::handleIncomingMessage(ConnectionHandlerC& connectionHandler)
 
 void RouterC::handleFrame(const std::vector<std::uint8_t>& frame, ConnectionHandlerC& connectionHandler)
 {
-    for (DataCoderI* coder : m_coders) {
+    // The connection's own copies of the coders: connections are handled on threads of their own, and a
+    // coder holds the frame it reads.
+    for (DataCoderI* coder : connectionHandler.readers(m_coders)) {
         std::uint32_t kind = 0;
         std::uint16_t messageId = 0;
         AddressC source, destination;
@@ -104,7 +106,8 @@ void RouterC::handleFrame(const std::vector<std::uint8_t>& frame, ConnectionHand
         if (!destination.isValid()) {
             deliver(INVALID_CHANNEL_ID, *coder, kind, messageId, source, destination, connectionHandler);
         } else if (destination.getNodeId() == INVALID_NODE_ID) {
-            BSS::debugLog(BSS::kDebugLevelRouting, "%s ignore message", kWhere);
+            if (connectionHandler.routingDrops().allow())
+                BSS::debugLog(BSS::kDebugLevelRouting, "%s ignore message", kWhere);
         } else if (destination.getNodeId() == m_nodeId) {
             deliver(destination.getChannelId(), *coder, kind, messageId, source, destination, connectionHandler);
         } else {
@@ -114,14 +117,15 @@ void RouterC::handleFrame(const std::vector<std::uint8_t>& frame, ConnectionHand
                 auto found = m_routes.find(destination.getNodeId());
                 if (found != m_routes.end()) route = found->second;
             }
-            if (route == nullptr)
+            if (route == nullptr && connectionHandler.routingDrops().allow())
                 BSS::debugLog(BSS::kDebugLevelRouting, "%s ignore message (destination node not in routing table)",
                               kWhere);
-            else
+            else if (route != nullptr)
                 route->forwardFrame(frame);
         }
         return;
     }
+    if (!connectionHandler.routingDrops().allow()) return;
     BSS::debugLog(BSS::kDebugLevelDetail, "%s ignore message (no installed coder can parse it) - size: %d\n", kWhere,
                   static_cast<int>(frame.size()));
     if (BSS::debugEnabled(BSS::kDebugLevelDump)) {
@@ -148,8 +152,9 @@ void RouterC::deliver(std::uint8_t channelId, DataCoderI& coder, std::uint32_t k
             channel = m_defaultChannel;
     }
     if (channel == nullptr) {
-        BSS::debugLog(BSS::kDebugLevelRouting,
-                      "%s ignore message (destination channel not registered or default channel not set)", kWhere);
+        if (connectionHandler.routingDrops().allow())
+            BSS::debugLog(BSS::kDebugLevelRouting,
+                          "%s ignore message (destination channel not registered or default channel not set)", kWhere);
         return;
     }
     channel->receive(coder, coder, kind, messageId, source, destination, connectionHandler);

@@ -24,14 +24,8 @@ bool RoutingChannelC::sendMessage(ConnectionHandlerC& connection, std::uint16_t 
 {
     std::lock_guard<std::mutex> guard(m_sendLock);
     if (!m_valid) return false;
-    auto writer = connection.makeCoder();
-    if (!writer->beginMessage(messageId, kind, sourceAddress(), destinationAddress())) return false;
-    if (fields && !fields(*writer)) {
-        writer->endMessage();
-        return false;
-    }
-    if (!writer->endMessage()) return false;
-    return connection.flush();
+    return connection.writeMessage(messageId, kind, sourceAddress(), destinationAddress(), fields) ==
+           ConnectionHandlerC::WriteResultE::Written;
 }
 
 }  // namespace SEP

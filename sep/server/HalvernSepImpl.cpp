@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "app/Log.h"
+#include "sep/CoderBaseC.h"
 #include "sep/RecordCoding.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sysmanager/SysManagerC.h"
@@ -150,14 +151,20 @@ void HalvernSepImpl::RegisterHandlers(SEP::ChannelC& channel)
 
 bool HalvernSepImpl::SendSuccess(SEP::ReceivedCommandC& command, MAL::UTI::SerializableI* record)
 {
-    return command.sendReply([record](SEP::DataWriterI& writer) {
+    const auto result = command.reply([record](SEP::DataWriterI& writer) {
         return writeHeader(writer, true) && (record == nullptr || SEP::encodeRecord(writer, *record));
     });
+    if (result != SEP::ReceivedCommandC::ReplyResultE::NotEncoded)
+        return result == SEP::ReceivedCommandC::ReplyResultE::Sent;
+    // Texts in replies often come from outside (a board's or a program's output, a client's own label):
+    // one the coding cannot carry must not leave the command unanswered.
+    return SendError(command, HalvernRpc::SEP_ERR_GENERAL, kReplyNotEncodable);
 }
 
 bool HalvernSepImpl::SendText(SEP::ReceivedCommandC& command, const std::string& text)
 {
-    const std::string sent = text.substr(0, HalvernRpc::kErrorTextMax);
+    // The text may carry a detail from outside; what the coding refuses is sent as "\xNN".
+    const std::string sent = SEP::carriableText(text).substr(0, HalvernRpc::kErrorTextMax);
     return command.sendReply(
         [&sent](SEP::DataWriterI& writer) { return writeHeader(writer, false) && writer.writeString(sent.c_str()); });
 }

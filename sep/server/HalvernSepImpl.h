@@ -35,18 +35,23 @@ std::string composeErrorText(int code, const std::string& detail, const std::int
 class HalvernSepImpl {
 public:
     static constexpr std::int32_t kApiLevel = 51;
+    // The detail of the error reply (code 6) that answers a command whose success reply the coding
+    // refused.
+    static constexpr const char* kReplyNotEncodable =
+        "reply not encodable: a text holds a control character or a byte above 0x7E";
 
     // "UKNOWN SEP CMD" for an id that the table does not name.
     static const char* CommandName(std::uint16_t messageId);
     // One handler per command id of the table and the default callback for every other id.
     static void RegisterHandlers(SEP::ChannelC& channel);
 
-    // Header 1097/10/0, then the record (nothing for a command without a reply record).
+    // Header 1097/10/0, then the record (nothing for a command without a reply record). When the coding
+    // refuses the record, the error reply with code 6 and kReplyNotEncodable goes instead.
     static bool SendSuccess(SEP::ReceivedCommandC& command, MAL::UTI::SerializableI* record);
     // Logs the composed text and sends it with header 889/10/1.
     static bool SendError(SEP::ReceivedCommandC& command, int code, const std::string& detail = {},
                           const std::int32_t* failureNumber = nullptr);
-    // Header 889/10/1 with `text` as it is.
+    // Header 889/10/1 with `text`, its characters that no coding carries written as "\xNN".
     static bool SendText(SEP::ReceivedCommandC& command, const std::string& text);
     // Decodes the request; on failure answers and returns false: code 4 with the name given for a string
     // field (in the record's order of strings) that does not fit its buffer, else code 0 naming the command.

@@ -20,6 +20,10 @@ using halvern::links::DivoManagerC;
 using halvern::links::MoraManagerC;
 
 constexpr std::uint32_t kDefaultUartWaitMs = 100;
+// The longest wait a client may ask of these commands: each holds its connection's queue that long, and a
+// shutdown cancels it. A longer one is refused with code 7.
+constexpr std::uint32_t kLongestCommandWaitMs = 60000;
+constexpr const char* kWaitAboveLongest = "timeout above 60000 ms";
 
 // What fits a reply buffer of `capacity` bytes with its NUL: the end of `text`, the newest part of an
 // output; the number of characters dropped from the front.
@@ -36,6 +40,10 @@ void handleExecuteCommand(SEP::ReceivedCommandC& command)
 {
     REC::ExeCmdRequest request;
     if (!HalvernSepImpl::DecodeRequest(command, request, {"command line", "directory for cmd"})) return;
+    if (request.runnerValue > kLongestCommandWaitMs) {
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_RANGE, kWaitAboveLongest);
+        return;
+    }
     const std::string line = request.commandLine;
     const std::string directory = request.directory;
     WriteLog("Got request to execute command. VantNotMora: %d, cmd: %s, dir: %s", request.vantNotMora ? 1 : 0,
@@ -43,15 +51,18 @@ void handleExecuteCommand(SEP::ReceivedCommandC& command)
     std::string output;
     std::int32_t returnCode = 0;
     bool ran = false;
+    std::size_t droppedByRunner = 0;
     // A local command that fails still ran and reports its exit code; a remote one with a non-zero status
     // counts as not executed. Service tools rely on both.
     if (request.vantNotMora) {
         std::uint32_t exitCode = 0;
-        ran = halvern::links::runVantCommand(line, output, exitCode, request.runnerValue, directory);
+        // 0 is the longest wait, not for ever: a program that does not end is terminated then.
+        ran = halvern::links::runVantCommand(
+            line, output, exitCode, request.runnerValue != 0 ? request.runnerValue : kLongestCommandWaitMs, directory);
         returnCode = static_cast<std::int32_t>(exitCode);
     } else {
         int status = 0;
-        ran = halvern::links::runMoraCommand(line, output, status, request.runnerValue, directory);
+        ran = halvern::links::runMoraCommand(line, output, status, request.runnerValue, directory, &droppedByRunner);
         returnCode = status;
     }
     if (!ran) {
@@ -60,9 +71,10 @@ void handleExecuteCommand(SEP::ReceivedCommandC& command)
     }
     WriteLog("Command's return code: %d, output:\n%s\n", returnCode, output.c_str());
     REC::ExeCmdReply reply;
-    const std::size_t dropped = copyTail(output, reply.output);
+    const std::size_t dropped = droppedByRunner + copyTail(output, reply.output);
     if (dropped > 0)
-        WriteLog("Truncated command by %d to %d", static_cast<int>(dropped), static_cast<int>(output.size() - dropped));
+        WriteLog("Truncated command by %d to %d", static_cast<int>(dropped),
+                 static_cast<int>(droppedByRunner + output.size() - dropped));
     reply.returnCode = returnCode;
     reply.truncated = static_cast<std::uint32_t>(dropped);
     HalvernSepImpl::SendSuccess(command, &reply);
@@ -75,6 +87,10 @@ void handleUartTransaction(SEP::ReceivedCommandC& command)
 {
     REC::UartTransCmd request;
     if (!HalvernSepImpl::DecodeRequest(command, request, {"UART name", "UART input", "UART cfg", "UART reply"})) return;
+    if (request.a > kLongestCommandWaitMs) {
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_RANGE, kWaitAboveLongest);
+        return;
+    }
     WriteLog("Got UART %s transaction %s", request.uartName, request.input);
     std::string reply;
     if (!halvern::links::comPortTransaction(request.uartName, request.config, request.input, reply,
@@ -168,11 +184,9 @@ void handleTestCommand(SEP::ReceivedCommandC& command)
     REC::TestCmd request;
     if (!HalvernSepImpl::DecodeRequest(command, request, {"string parameter"})) return;
     WriteLog("Got request to execute test command %d", request.a);
-    // The check runs on the port's server task: every client of the port waits for it. A minute is far
-    // more than any repair takes; hours would stall the port for hours.
-    constexpr std::int32_t kLongestTestWaitMs = 60000;
-    if (request.b > kLongestTestWaitMs) {
-        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_RANGE, "timeout above 60000 ms");
+    // A minute is far more than any repair takes; hours would hold the connection for hours.
+    if (request.b > static_cast<std::int32_t>(kLongestCommandWaitMs)) {
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_RANGE, kWaitAboveLongest);
         return;
     }
     if (!runTestCommand(request.a, request.b)) {

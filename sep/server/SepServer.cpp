@@ -76,8 +76,13 @@ void StopSepServer()
         std::lock_guard<std::mutex> guard(serversLock());
         running.swap(servers());
     }
-    for (auto& server : running)
-        if (!server->stop()) WriteLog("[ERROR]: Failed to wait for stop of SEP server!");
+    for (auto& server : running) {
+        if (server->stop()) continue;
+        WriteLog("[ERROR]: Failed to wait for stop of SEP server!");
+        // A command that outlived its cancellation still uses the server: it is left to it, so that the
+        // close sequence goes on.
+        static_cast<void>(server.release());
+    }
 }
 
 }  // namespace halvern

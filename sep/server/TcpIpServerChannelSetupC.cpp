@@ -58,11 +58,15 @@ TcpIpServerChannelSetupC::TcpIpServerChannelSetupC(const BSS::NET::NetTcpIpServe
 
 TcpIpServerChannelSetupC::~TcpIpServerChannelSetupC()
 {
+    m_readerWriter.cancelCommands();
     m_server.stop();
+    // Before the server goes: a command still running writes its reply through it.
+    m_readerWriter.endCommands();
 }
 
 bool TcpIpServerChannelSetupC::start(std::uint32_t)
 {
+    m_readerWriter.resetCancel();
     if (!m_server.start()) {
         WriteLog("Could not start port!");
         return false;
@@ -72,11 +76,13 @@ bool TcpIpServerChannelSetupC::start(std::uint32_t)
 
 bool TcpIpServerChannelSetupC::stop()
 {
+    m_readerWriter.cancelCommands();
     if (!m_server.stop()) {
         WriteLog("Could not stop port!");
         return false;
     }
-    return true;
+    // The connections are closed and their running commands cancelled: their threads end promptly.
+    return m_readerWriter.waitForCommands(kCommandsEndWaitMs);
 }
 
 }  // namespace HalvernRpc

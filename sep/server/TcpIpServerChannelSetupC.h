@@ -13,6 +13,8 @@ public:
     // REG_MULTI_SZ of "a.b.c.d/n" entries; HKLM's value wins over HKCU's, without either the default ranges
     // apply. A value that is set but holds no valid entry lets no client in.
     static constexpr const wchar_t* kAllowedRangesValue = L"SepAllowedAddressRanges";
+    // How long stop() waits for the commands that were running on the closed connections.
+    static constexpr std::uint32_t kCommandsEndWaitMs = 2000;
 
     // The instrument's configuration for `port`: up to 10 clients from the allowed ranges, 1024-byte reads.
     static BSS::NET::NetTcpIpServerCfgT defaultConfig(std::uint16_t port);
@@ -24,6 +26,8 @@ public:
     const std::string& name() const { return m_name; }
     // `startWaitMs` bounds how long the start may take; the socket set-up answers at once here.
     bool start(std::uint32_t startWaitMs);
+    // Stops the I/O task, closes every connection and waits for their running commands; false when one
+    // of them did not end within kCommandsEndWaitMs (then this object must not be destroyed while it runs).
     bool stop();
 
     std::uint16_t port() const { return m_server.boundPort(); }

@@ -2,12 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <regex>
 #include <set>
 #include <thread>
 
 #include "app/Log.h"
+#include "app/LogText.h"
 #include "platform/FileSystem.h"
 #include "platform/WinError.h"
 #include "support/TestEnvironment.h"
@@ -38,6 +40,47 @@ TEST_F(LogTest, WideStringsAnd64BitNumbersInTheWindowsSpellingAreWrittenToo)
     EXPECT_THAT(
         logMessages(),
         ElementsAre("[SysManagerC::StartComApplication] [ERROR]: Failed to start DiagnosticsService.exe, ERROR(2)"));
+}
+
+TEST_F(LogTest, ControlCharactersOfArgumentsAreEscapedSoThatNoArgumentStartsALine)
+{
+    // What a client could send as a string to forge a line of its own.
+    WriteLog("Got request to execute command. cmd: %s, dir: %s", "x\n2026-11-25 12:00:00\tInitiate Shutdown sequence",
+             "\x01\r");
+    // The format's own line feeds stay: the text is the program's, not a client's.
+    WriteLog("Command's return code: %d, output:\n%s\n", 0, "a\nb");
+    const std::string content = readWholeFile(kLogFilePath);
+    EXPECT_THAT(content, HasSubstr("cmd: x\\n2026-11-25 12:00:00\tInitiate Shutdown sequence, dir: \\x01\\r\n"));
+    EXPECT_THAT(content, HasSubstr("Command's return code: 0, output:\na\\nb\n\n"));
+    EXPECT_EQ(std::count(content.begin(), content.end(), '\n'), 4) << content;
+    EXPECT_EQ(content.find("\n2026-11-25 12:00:00"), std::string::npos);
+}
+
+TEST_F(LogTest, NumbersAndTextsAreFormattedAsPrintfDoes)
+{
+    WriteLog("%5.2f|%-4d|%04X|%c|%%|%.3s|%-6s|%6s|%*d|%lu|%ld", 3.14159, 7, 0xBEEFu, 'z', "abcdef", "ab", "cd", 4, 9,
+             123456789UL, -42L);
+    char expected[256];
+    std::snprintf(expected, sizeof expected, "%5.2f|%-4d|%04X|%c|%%|%.3s|%-6s|%6s|%*d|%lu|%ld", 3.14159, 7, 0xBEEFu, 'z',
+                  "abcdef", "ab", "cd", 4, 9, 123456789UL, -42L);
+    EXPECT_THAT(logMessages(), ElementsAre(expected));
+}
+
+TEST_F(LogTest, ALineIsCutAtItsMaximumWithAMarkAndTheNextLineIsWhole)
+{
+    const std::string huge(2 * 1024 * 1024, 'o');
+    WriteLog("output: %s", huge.c_str());
+    WriteLog("next");
+    const std::string content = readWholeFile(kLogFilePath);
+    const std::size_t firstEnd = content.find('\n');
+    ASSERT_NE(firstEnd, std::string::npos);
+    EXPECT_EQ(firstEnd + 1, kLogLineMax) << "the first line, its line end included, fills the maximum exactly";
+    const std::string first = content.substr(0, firstEnd);
+    EXPECT_TRUE(std::regex_search(first, std::regex("o \\[cut \\d+ bytes\\]$"))) << first.substr(first.size() - 40);
+    const std::size_t cut = std::stoul(first.substr(first.rfind("[cut ") + 5));
+    EXPECT_EQ(first.size() - kLogStampLength - (first.size() - first.rfind(" [cut")) + cut,
+              std::string("output: ").size() + huge.size());
+    EXPECT_THAT(content.substr(firstEnd + 1), HasSubstr("\tnext\n"));
 }
 
 TEST_F(LogTest, NetworkHelperLoggerWritesToTheSameLog)

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <functional>
 #include <limits>
 #include <string>
@@ -260,6 +261,33 @@ TEST_F(CommandSetTest, ApiLevelComesWithTheSuccessHeaderInBothCodings)
         EXPECT_TRUE(reply.frame.coder->readI32(level));
         EXPECT_EQ(level, 51);
     }
+}
+
+TEST_F(CommandSetTest, AnAddressedCommandIsAnsweredWithItsAddressesSwappedInBothCodings)
+{
+    // From node 9, channel 3, to the server's node 1 and its default channel.
+    const SEP::AddressC client(9, 3), server(HalvernRpc::ReaderWriterChannelSetupC::NODE_ID, SEP::INVALID_CHANNEL_ID);
+    for (auto coding : {SEP::CodingE::Binary, SEP::CodingE::Ascii}) {
+        auto reply = port->askWire(1001, SEP::encodeFrame(coding, 1001, SEP::MESSAGE_KIND_COMMAND, client, server, {}));
+        ASSERT_TRUE(reply.received) << "no reply in coding " << static_cast<int>(coding);
+        EXPECT_EQ(reply.returnCode, 1097);
+        EXPECT_TRUE(reply.frame.source == server);
+        EXPECT_TRUE(reply.frame.destination == client);
+        std::int32_t level = 0;
+        EXPECT_TRUE(reply.frame.coder->readI32(level));
+        EXPECT_EQ(level, 51);
+    }
+    // The same as a client types it.
+    const std::string typed = "SC1001@1,255,9,3,";
+    std::uint16_t crc = 0;
+    for (char c : typed + ":")
+        crc = SEP::crc16Update(crc, static_cast<std::uint8_t>(c));
+    char checksum[5];
+    std::snprintf(checksum, sizeof checksum, "%02X%02X", crc & 0xFF, crc >> 8);
+    auto reply = port->askWire(1001, bytesOf(typed + checksum + ":\r\n"));
+    ASSERT_TRUE(reply.received);
+    EXPECT_EQ(reply.frame.coding, SEP::CodingE::Ascii);
+    EXPECT_EQ(std::string(reply.frame.bytes.begin(), reply.frame.bytes.begin() + 17), "SR1001@9,3,1,255,");
 }
 
 TEST_F(CommandSetTest, ATruncatedRequestIsAnsweredWithCodeZeroNamingTheCommand)

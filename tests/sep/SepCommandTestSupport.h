@@ -7,7 +7,9 @@
 
 #include "client/SepClientC.h"
 #include "framework/SerializableI.h"
+#include "sep/Crc16.h"
 #include "sep/RecordCoding.h"
+#include "sep/SerialFramerC.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sep/server/SepServer.h"
 #include "sep/server/TcpIpServerChannelSetupC.h"
@@ -32,7 +34,6 @@ public:
     {
         BSS::NET::NetTcpIpServerCfgT config = HalvernRpc::TcpIpServerChannelSetupC::defaultConfig(0);
         config.listenAddress = platform::kLoopbackAddress;
-        config.passTimeoutMs = 20;
         m_server = std::make_unique<HalvernRpc::TcpIpServerChannelSetupC>(config);
         HalvernSepImpl::RegisterHandlers(m_server->channel());
         EXPECT_TRUE(m_server->start(3600000));
@@ -43,8 +44,14 @@ public:
     CommandReplyT ask(std::uint16_t id, const std::function<bool(SEP::DataWriterI&)>& fields = {},
                       SEP::CodingE coding = SEP::CodingE::Binary, std::uint32_t waitMs = 10000)
     {
+        return askWire(id, SEP::encodeFrame(coding, id, SEP::MESSAGE_KIND_COMMAND, {}, {}, fields), waitMs);
+    }
+
+    // Sends `wire` as it is (a command frame for `id`) and reads the reply.
+    CommandReplyT askWire(std::uint16_t id, const std::vector<std::uint8_t>& wire, std::uint32_t waitMs = 10000)
+    {
         CommandReplyT reply;
-        if (!m_client.sendBytes(SEP::encodeFrame(coding, id, SEP::MESSAGE_KIND_COMMAND, {}, {}, fields))) return reply;
+        if (!m_client.sendBytes(wire)) return reply;
         std::vector<std::uint8_t> bytes;
         if (!m_client.receiveFrame(bytes, waitMs) || !SEP::decodeFrame(bytes, reply.frame)) return reply;
         auto& coder = *reply.frame.coder;
@@ -69,6 +76,24 @@ private:
     std::unique_ptr<HalvernRpc::TcpIpServerChannelSetupC> m_server;
     SEP::SepClientC m_client;
 };
+
+// A binary command frame with `parameters` as they are, also bytes that no coder would write (the
+// receiving side takes any byte but the double quote inside a string).
+inline std::vector<std::uint8_t> rawBinaryCommand(std::uint16_t id, const std::vector<std::uint8_t>& parameters)
+{
+    std::vector<std::uint8_t> message{
+        0xD3, 0, 0, 0, 0, 0x00, static_cast<std::uint8_t>(id & 0xFF), static_cast<std::uint8_t>(id >> 8)};
+    message.insert(message.end(), parameters.begin(), parameters.end());
+    message[3] = static_cast<std::uint8_t>(message.size() & 0xFF);
+    message[4] = static_cast<std::uint8_t>(message.size() >> 8);
+    std::uint16_t crc = SEP::crc16(message.data(), 1);
+    crc = SEP::crc16(message.data() + 3, message.size() - 3, crc);
+    message[1] = static_cast<std::uint8_t>(crc & 0xFF);
+    message[2] = static_cast<std::uint8_t>(crc >> 8);
+    std::vector<std::uint8_t> wire;
+    MAL::UTI::SerialFramerC::frame(message.data(), message.size(), wire);
+    return wire;
+}
 
 // An instrument whose command set a client reaches through one port; the system manager goes with the
 // test.

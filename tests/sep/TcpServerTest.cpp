@@ -3,9 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <memory>
+#include <thread>
 
+#include "app/Log.h"
 #include "client/SepClientC.h"
+#include "platform/Clock.h"
 #include "sep/SepTestSupport.h"
 #include "sep/server/TcpIpServerChannelSetupC.h"
 #include "support/TestEnvironment.h"
@@ -30,7 +35,6 @@ protected:
             config.replaceSingleClient = true;
         }
         config.listenAddress = platform::kLoopbackAddress;
-        config.passTimeoutMs = 20;
         config.allowedRanges = allowed;
         server = std::make_unique<HalvernRpc::TcpIpServerChannelSetupC>(config);
         server->channel().registerCommandHandler(kIncrement, [](SEP::ReceivedCommandC& command) {
@@ -163,29 +167,143 @@ TEST_F(TcpServerTest, EndlessInputWithoutLineEndIsDiscardedAndTheConnectionRecov
     EXPECT_EQ(increment(*client, 7, SEP::CodingE::Binary, Bytes{0x0D, 0x0A}), 8);
 }
 
-TEST_F(TcpServerTest, AWriteToAClientThatDoesNotReadGivesUpAfterItsTimeOut)
+TEST_F(TcpServerTest, AGarbageFloodIsSummarisedAndLeavesTheEarlierHistoryInTheLog)
+{
+    start();
+    WriteLog("history before the flood");
+    auto client = connect();
+    // A lone CR before every other byte: one "Unexpected byte" line per two bytes, 50 KB of them.
+    Bytes flood;
+    for (int i = 0; i < 25000; ++i) {
+        flood.push_back(0x0D);
+        flood.push_back('g');
+    }
+    ASSERT_TRUE(client->sendBytes(flood));
+    EXPECT_EQ(increment(*client, 1, SEP::CodingE::Binary, Bytes{0x0D, 0x0A}), 2);
+    client.reset();
+    const std::string summary = "... 24990 further lines like this suppressed";
+    for (int i = 0; i < 500 && findMessage(logMessages(), summary) < 0; ++i)
+        platform::sleepMs(10);
+    const auto messages = logMessages();
+    EXPECT_GE(findMessage(messages, summary), 0);
+    EXPECT_GE(findMessage(messages, "history before the flood"), 0);
+    EXPECT_EQ(std::count(messages.begin(), messages.end(),
+                         "MAL::HAL::ReaderConnectionC::procReadData Unexpected byte received."),
+              10);
+}
+
+TEST_F(TcpServerTest, AQueueThatTheClientDoesNotTakeIsDroppedAfterTheWriteTimeOut)
 {
     start();
     auto client = connect();
     ASSERT_EQ(increment(*client, 0), 1);
     const auto connections = server->server().connections();
     ASSERT_EQ(connections.size(), 1u);
-    // Far more than the socket buffers of both ends hold; the client reads nothing, so the write must end
-    // by its time-out, on a virtual clock that runs it out at once.
+    // What the socket buffers of both ends take, and then some in the queue, within its hard limit: each
+    // write answers at once, whatever the client does.
+    const Bytes bulk(128 * 1024, 'x');
+    for (int i = 0; i < 400 && server->server().queuedBytes(connections.front()) < 512 * 1024; ++i)
+        ASSERT_TRUE(server->server().writeData(connections.front(), bulk.data(), bulk.size()));
+    ASSERT_GE(server->server().queuedBytes(connections.front()), 512u * 1024);
+    // The client takes nothing: on a virtual clock the write time-out runs out at once, and the task drops
+    // the connection, with one line saying so.
     ScriptedClockC clock;
     platform::setClock(&clock);
-    const Bytes flood(64 * 1024 * 1024, 'x');
-    EXPECT_FALSE(server->server().writeData(connections.front(), flood.data(), flood.size()));
-    // The stream is broken after a part of a reply: the next write gives up at once instead of stalling the
-    // server's task for another time-out, and the connection is closed.
-    EXPECT_FALSE(server->server().writeData(connections.front(), flood.data(), 1));
+    for (int i = 0; i < 2000 && server->server().clientCount() != 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     platform::setClock(nullptr);
     const auto messages = logMessages();
     EXPECT_EQ(std::count(messages.begin(), messages.end(), "NetTcpIpServerC::writeData timeout (5000ms) exceeded"), 1);
+    EXPECT_FALSE(server->server().writeData(connections.front(), bulk.data(), 1))
+        << "a dropped connection takes nothing";
     drainUntilClosed(*client);
     auto other = connect();
     EXPECT_EQ(increment(*other, 2), 3);
     EXPECT_EQ(server->server().clientCount(), 1u);
+}
+
+TEST_F(TcpServerTest, EventsBeyondTheHardLimitOfAQueueDropItsClientAtOnceAndNobodyWaits)
+{
+    start();
+    auto silent = connect();
+    auto other = connect();
+    ASSERT_EQ(increment(*silent, 0), 1);
+    ASSERT_EQ(increment(*other, 0), 1);
+    // Events of 60 000 bytes for clients of which one never reads: the sender never waits, and the silent
+    // client is dropped once its queue passes the hard limit (beyond what its socket buffers took).
+    const Bytes payload(60000, 'e');
+    bool refused = false;
+    for (int i = 0; i < 2000 && !refused; ++i) {
+        refused = !server->readerWriter().sendToAll(1000, SEP::MESSAGE_KIND_EVENT, [&](SEP::DataWriterI& w) {
+            return w.writeBytes(payload.data(), payload.size());
+        });
+        Bytes frame;
+        ASSERT_TRUE(other->receiveFrame(frame, kWaitMs));
+    }
+    EXPECT_TRUE(refused);
+    EXPECT_GE(
+        findMessage(logMessages(), "NetTcpIpServerC::writeData: dropping connection 1 (its output queue is full)"), 0);
+    EXPECT_EQ(increment(*other, 4), 5);
+}
+
+TEST_F(TcpServerTest, TenClientsPipeliningAtOnceEachGetTheirOwnRepliesInOrder)
+{
+    start();
+    // Each client's commands are decoded on its own thread, side by side with the others': every reply
+    // must answer the client's own command, in its order.
+    std::vector<std::thread> clients;
+    std::atomic<int> wrong{0};
+    for (std::uint32_t c = 0; c < 10; ++c) {
+        clients.emplace_back([this, c, &wrong] {
+            auto client = connect();
+            Bytes batch;
+            for (std::uint32_t i = 0; i < 300; ++i) {
+                const Bytes frame =
+                    SEP::encodeFrame(c % 2 ? SEP::CodingE::Ascii : SEP::CodingE::Binary, kIncrement,
+                                     SEP::MESSAGE_KIND_COMMAND, {}, {},
+                                     [&](SEP::DataWriterI& w) { return w.writeU32(c * 100000 + i); });
+                batch.insert(batch.end(), frame.begin(), frame.end());
+            }
+            if (!client->sendBytes(batch)) ++wrong;
+            for (std::uint32_t i = 0; i < 300; ++i) {
+                Bytes reply;
+                SEP::DecodedFrameT decoded;
+                std::uint32_t answer = 0;
+                if (!client->receiveFrame(reply, kWaitMs) || !SEP::decodeFrame(reply, decoded) ||
+                    !decoded.coder->readU32(answer) || answer != c * 100000 + i + 1) {
+                    ++wrong;
+                    return;
+                }
+            }
+        });
+    }
+    for (auto& client : clients)
+        client.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(TcpServerTest, EightClientsThatNeverReadDoNotHoldBackANinthClientsReplies)
+{
+    start();
+    constexpr std::uint16_t kBulk = 1002;
+    server->channel().registerCommandHandler(kBulk, [](SEP::ReceivedCommandC& command) {
+        const Bytes payload(60000, 'b');
+        command.sendReply([&](SEP::DataWriterI& w) { return w.writeBytes(payload.data(), payload.size()); });
+    });
+    // Each silent client asks for far more than its socket buffers hold and reads none of it.
+    std::vector<std::unique_ptr<SEP::SepClientC>> silent;
+    Bytes requests;
+    for (int i = 0; i < 250; ++i) {
+        const Bytes frame = SEP::encodeFrame(SEP::CodingE::Binary, kBulk, SEP::MESSAGE_KIND_COMMAND, {}, {}, {});
+        requests.insert(requests.end(), frame.begin(), frame.end());
+    }
+    for (int i = 0; i < 8; ++i) {
+        silent.push_back(connect());
+        ASSERT_TRUE(silent.back()->sendBytes(requests));
+    }
+    auto reader = connect();
+    for (std::uint32_t i = 0; i < 20; ++i)
+        ASSERT_EQ(increment(*reader, i), static_cast<long>(i) + 1) << "held back behind the silent clients";
 }
 
 TEST_F(TcpServerTest, AClientThatNeverReadsItsRepliesIsDroppedWhileOthersAreServed)

@@ -12,3 +12,11 @@ end_processes() {
     done
     for pid in "$@"; do kill -KILL "$pid" 2>/dev/null || true; done
 }
+
+# The set-up of a script on the simulated instrument: `work`, a fresh folder, and `pids`, the processes it
+# starts (append to it); on every way out they are ended and the folder is removed.
+begin_sim_script() {
+    work=$(mktemp -d)
+    pids=()
+    trap 'end_processes "${pids[@]}"; rm -rf "$work"' EXIT
+}

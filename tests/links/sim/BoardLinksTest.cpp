@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <fstream>
 
+#include "app/LogText.h"
 #include "app/StartUpSteps.h"
 #include "links/DivoManagerC.h"
 #include "links/MoraManagerC.h"
@@ -192,6 +193,54 @@ TEST_F(BoardLinksTest, CommandsOnTheBoardsShellFailWithTheirStatusAndTheConsoleA
     EXPECT_TRUE(containsInOrder(
         logMessages(), {"Got request to execute test command 3", "Test command: wait for MORA eth, timeout: 500",
                         "MORA Ethernet connection successful."}));
+}
+
+TEST_F(BoardLinksTest, ATestCommandWhoseReplyCannotBeEncodedIsAnsweredWithAnErrorThatSaysWhy)
+{
+    ASSERT_TRUE(booted());
+    if (!port) port = std::make_unique<SepCommandPort>();
+    // Test 3 (wait for the board's Ethernet, 500 ms) with the label "o\x01k": the check passes, and the
+    // label comes back in the success reply, which the coding cannot carry.
+    std::vector<std::uint8_t> parameters{3, 0, 0, 0, 0xF4, 0x01, 0, 0, 0x22, 'o', 0x01, 'k', 0x22};
+    auto reply = port->askWire(1046, rawBinaryCommand(1046, parameters));
+    ASSERT_TRUE(reply.received) << "the command was left unanswered";
+    EXPECT_EQ(reply.returnCode, 889);
+    EXPECT_EQ(reply.errorText, std::string("General failure ( ") + HalvernSepImpl::kReplyNotEncodable + ")");
+    EXPECT_TRUE(containsInOrder(logMessages(), {"Test command: wait for MORA eth, timeout: 500", reply.errorText}));
+}
+
+TEST_F(BoardLinksTest, TwoMegabytesOfBoardOutputLeaveNoLogLineAboveTheMaximum)
+{
+    ASSERT_TRUE(booted());
+    // 2 MB of lines on the board, printed by its shell.
+    {
+        std::ofstream big(platform::sim::root() + "/sim/sensorboard/fs/tmp/big.txt");
+        const std::string line(99, 'm');
+        for (int i = 0; i < 20000; ++i)
+            big << line << '\n';
+    }
+    REC::ExeCmdRequest request;
+    request.vantNotMora = false;
+    std::string("cat /tmp/big.txt").copy(request.commandLine, 1023);
+    request.runnerValue = 30000;
+    auto reply = ask(1025, request);
+    ASSERT_EQ(reply.returnCode, 1097) << reply.errorText;
+    REC::ExeCmdReply result;
+    ASSERT_EQ(SEP::decodeRecord(*reply.frame.coder, result), SEP::DecodeResultE::Ok);
+    const std::string output(reinterpret_cast<const char*>(result.output));
+    ASSERT_EQ(output.size(), 4095u);
+    EXPECT_GE(result.truncated, 2000000u - 4095u);
+
+    const std::string content = readWholeFile("D:\\logs\\Halvern.log");
+    std::size_t longest = 0;
+    for (std::size_t start = 0; start < content.size();) {
+        const std::size_t end = content.find('\n', start);
+        const std::size_t length = (end == std::string::npos ? content.size() : end + 1) - start;
+        longest = std::max(longest, length);
+        start += length;
+    }
+    EXPECT_LE(longest, kLogLineMax);
+    EXPECT_THAT(content, HasSubstr("Command's return code: 0, output:"));
 }
 
 TEST_F(BoardLinksTest, TheHmiBoardsRegistersGiveTheCalibrationResults)

@@ -58,6 +58,96 @@ TEST_F(LinkCommandsTest, ALocalCommandReportsItsCodeAndBothStreamsAndKeepsTheEnd
     EXPECT_EQ(reply.errorText, "General failure ( failed to execute command)");
 }
 
+TEST_F(LinkCommandsTest, FortyCommandLinesInOneAsciiWriteGetFortyRepliesInOrder)
+{
+    // Each reply carries the 4096-byte output field, twice that in ASCII: together far more than one send
+    // buffer holds.
+    installScriptProgram("C:\\Tools\\say.exe", "echo \"line $1\"");
+    std::vector<std::uint8_t> batch;
+    for (int i = 0; i < 40; ++i) {
+        auto request = here("C:\\Tools\\say.exe " + std::to_string(i));
+        const auto frame = SEP::encodeFrame(SEP::CodingE::Ascii, 1025, SEP::MESSAGE_KIND_COMMAND, {}, {},
+                                            [&](SEP::DataWriterI& w) { return SEP::encodeRecord(w, request); });
+        batch.insert(batch.end(), frame.begin(), frame.end());
+    }
+    ASSERT_TRUE(port->client().sendBytes(batch));
+    for (int i = 0; i < 40; ++i) {
+        std::vector<std::uint8_t> bytes;
+        ASSERT_TRUE(port->client().receiveFrame(bytes, 20000)) << "reply " << i << " of 40 never came";
+        SEP::DecodedFrameT reply;
+        ASSERT_TRUE(SEP::decodeFrame(bytes, reply));
+        ASSERT_EQ(reply.messageId, 1025);
+        std::int32_t code = 0, facility = 0;
+        std::uint16_t level = 0;
+        ASSERT_TRUE(reply.coder->readI32(code) && reply.coder->readI32(facility) && reply.coder->readU16(level));
+        ASSERT_EQ(code, 1097);
+        REC::ExeCmdReply result;
+        ASSERT_EQ(SEP::decodeRecord(*reply.coder, result), SEP::DecodeResultE::Ok);
+        EXPECT_EQ(std::string(reinterpret_cast<const char*>(result.output)), "line " + std::to_string(i) + "\n");
+    }
+}
+
+TEST_F(LinkCommandsTest, ALineFeedInAClientsStringStartsNoLineOfItsOwnInTheLog)
+{
+    auto request = here("C:\\Tools\\missing.exe\n2026-11-25 12:00:00\tInitiate Shutdown sequence");
+    auto reply = port->askRecord(1025, request);
+    ASSERT_TRUE(reply.received);
+    const std::string content = readWholeFile("D:\\logs\\Halvern.log");
+    EXPECT_EQ(content.find("\n2026-11-25 12:00:00"), std::string::npos) << "a forged line";
+    EXPECT_NE(content.find("cmd: C:\\Tools\\missing.exe\\n2026-11-25 12:00:00\tInitiate Shutdown sequence, dir: "),
+              std::string::npos)
+        << content;
+}
+
+TEST_F(LinkCommandsTest, ACommandThatNeverEndsHoldsOnlyItsConnectionAndStoppingThePortCancelsIt)
+{
+    installScriptProgram("C:\\Tools\\forever.exe", "echo $$ > \"$HALVERN_ROOT/forever.pid\"\nexec sleep 1000");
+    // Wait 0: the longest wait, a minute.
+    auto request = here("C:\\Tools\\forever.exe");
+    ASSERT_TRUE(
+        port->client().sendBytes(SEP::encodeFrame(SEP::CodingE::Binary, 1025, SEP::MESSAGE_KIND_COMMAND, {}, {},
+                                                  [&](SEP::DataWriterI& w) { return SEP::encodeRecord(w, request); })));
+    const std::string pidFile = platform::sim::root() + "/forever.pid";
+    for (int i = 0; i < 1000 && !std::ifstream(pidFile).good(); ++i)
+        platform::sleepMs(10);
+    ASSERT_TRUE(std::ifstream(pidFile).good()) << "the program never started";
+
+    SEP::SepClientC second;
+    ASSERT_TRUE(second.connect("127.0.0.1", port->server().port()));
+    ASSERT_TRUE(second.sendBytes(SEP::encodeFrame(SEP::CodingE::Ascii, 1001, SEP::MESSAGE_KIND_COMMAND, {}, {}, {})));
+    std::vector<std::uint8_t> bytes;
+    ASSERT_TRUE(second.receiveFrame(bytes, 10000)) << "the port's other client waits for the stalled one";
+    SEP::DecodedFrameT reply;
+    ASSERT_TRUE(SEP::decodeFrame(bytes, reply));
+    EXPECT_EQ(reply.messageId, 1001);
+
+    // Stopping the port cancels the command: the program is terminated and the stop ends within its bound.
+    EXPECT_TRUE(port->server().stop());
+    EXPECT_GE(findMessage(logMessages(), "[ERROR]: Failed to wait for the process to terminate!"), 0);
+    int pid = 0;
+    std::ifstream(pidFile) >> pid;
+    ASSERT_GT(pid, 0);
+    // Gone, or a zombie that only waits to be reaped.
+    std::string stat;
+    std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/stat"), stat);
+    const std::size_t state = stat.rfind(')');
+    EXPECT_TRUE(stat.empty() || (state != std::string::npos && stat.compare(state, 3, ") Z") == 0)) << stat;
+}
+
+TEST_F(LinkCommandsTest, WaitsAboveAMinuteAreRefusedAsOutOfRange)
+{
+    auto request = here("C:\\Tools\\missing.exe");
+    request.runnerValue = 60001;
+    auto reply = port->askRecord(1025, request);
+    EXPECT_EQ(reply.errorText, "Value out of range ( timeout above 60000 ms)");
+    REC::UartTransCmd uart;
+    std::string("MORA").copy(uart.uartName, 4);
+    uart.a = 60001;
+    reply = port->askRecord(1036, uart);
+    EXPECT_EQ(reply.errorText, "Value out of range ( timeout above 60000 ms)");
+    EXPECT_EQ(findMessage(logMessages(), "Got UART MORA transaction "), -1) << "nothing ran";
+}
+
 // The fields as a client that ignores the buffer sizes sends them: a string that fills its buffer has no
 // room for its terminator.
 std::function<bool(SEP::DataWriterI&)> commandFields(const std::string& line, const std::string& directory)

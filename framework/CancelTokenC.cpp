@@ -1,0 +1,53 @@
+#include "framework/CancelTokenC.h"
+
+#include "platform/Clock.h"
+#include "platform/Sync.h"
+
+namespace BSS {
+namespace {
+thread_local CancelTokenC* t_current = nullptr;
+}
+
+CancelTokenC::CancelTokenC() : m_event(platform::createEvent(nullptr, true, false, std::wstring())) {}
+
+void CancelTokenC::cancel()
+{
+    m_cancelled = true;
+    if (m_event) platform::setEvent(m_event.get());
+}
+
+void CancelTokenC::reset()
+{
+    m_cancelled = false;
+    if (m_event) platform::resetEvent(m_event.get());
+}
+
+CancelTokenC* CancelTokenC::current()
+{
+    return t_current;
+}
+
+void CancelTokenC::setCurrent(CancelTokenC* token)
+{
+    t_current = token;
+}
+
+bool CancelTokenC::currentCancelled()
+{
+    return t_current != nullptr && t_current->cancelled();
+}
+
+bool cancellableSleep(std::uint32_t milliseconds)
+{
+    CancelTokenC* token = CancelTokenC::current();
+    if (token == nullptr || !token->event()) {
+        platform::sleepMs(milliseconds);
+        return true;
+    }
+    if (token->cancelled()) return false;
+    const auto realWait = platform::clock().idleWait(milliseconds);
+    platform::waitForSingleObject(token->event(), static_cast<std::uint32_t>(realWait.count()));
+    return !token->cancelled();
+}
+
+}  // namespace BSS

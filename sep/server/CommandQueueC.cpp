@@ -1,0 +1,85 @@
+#include "sep/server/CommandQueueC.h"
+
+#include <algorithm>
+#include <chrono>
+#include <system_error>
+
+namespace HalvernRpc {
+
+CommandQueueC::CommandQueueC(RunFn run, ResumeFn resume, BSS::CancelTokenC* cancel, EndedFn ended)
+    : m_run(std::move(run)), m_cancel(cancel), m_resume(std::move(resume)), m_onEnded(std::move(ended))
+{}
+
+CommandQueueC::~CommandQueueC()
+{
+    close();
+    if (m_thread.joinable()) m_thread.join();
+}
+
+bool CommandQueueC::start()
+{
+    try {
+        m_thread = std::thread([this] { serve(); });
+    } catch (const std::system_error&) {
+        m_ended = true;
+        return false;
+    }
+    return true;
+}
+
+bool CommandQueueC::push(const std::uint8_t* data, std::size_t length)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    if (m_closed) return true;
+    m_chunks.emplace_back(data, data + length);
+    m_waitingBytes += length;
+    m_changed.notify_one();
+    if (m_waitingBytes < kHoldBytes) return true;
+    m_holding = true;
+    return false;
+}
+
+void CommandQueueC::close()
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_closed = true;
+    m_chunks.clear();
+    m_waitingBytes = 0;
+    m_changed.notify_all();
+}
+
+bool CommandQueueC::waitEnded(std::uint32_t milliseconds)
+{
+    std::unique_lock<std::mutex> guard(m_lock);
+    return m_changed.wait_for(guard, std::chrono::milliseconds(milliseconds), [this] { return m_ended.load(); });
+}
+
+void CommandQueueC::serve()
+{
+    BSS::CancelTokenC::setCurrent(m_cancel);
+    std::unique_lock<std::mutex> guard(m_lock);
+    for (;;) {
+        // No time-out: an idle connection costs no wake-ups; close() ends the wait.
+        m_changed.wait(guard, [this] { return m_closed || !m_chunks.empty(); });
+        if (m_closed) break;
+        std::vector<std::uint8_t> chunk = std::move(m_chunks.front());
+        m_chunks.pop_front();
+        guard.unlock();
+        m_run(chunk);
+        guard.lock();
+        m_waitingBytes -= std::min(m_waitingBytes, chunk.size());
+        if (m_holding && m_waitingBytes < kHoldBytes / 2 && !m_closed) {
+            m_holding = false;
+            guard.unlock();
+            m_resume();
+            guard.lock();
+        }
+    }
+    guard.unlock();
+    if (m_onEnded) m_onEnded();
+    guard.lock();
+    m_ended = true;
+    m_changed.notify_all();
+}
+
+}  // namespace HalvernRpc

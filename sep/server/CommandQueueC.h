@@ -1,0 +1,65 @@
+#pragma once
+// One connection's commands, run in the order they arrived on a thread of their own, away from the port's
+// I/O task: a slow command delays only the connection that sent it, and its replies keep the order of
+// its commands. The I/O task only appends what it received; when more than kHoldBytes wait, it is told
+// to hold the connection's reads until the queue has drained, so a client cannot grow it without end.
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "framework/CancelTokenC.h"
+
+namespace HalvernRpc {
+
+class CommandQueueC {
+public:
+    static constexpr std::size_t kHoldBytes = 64 * 1024;
+    using RunFn = std::function<void(const std::vector<std::uint8_t>& bytes)>;
+    using ResumeFn = std::function<void()>;
+
+    // `run` gets each received chunk in order on the queue's thread; `resume` is called there when a
+    // held connection may be read again.
+    // `cancel` becomes the thread's cancel token (it must outlive the queue); `ended` runs on the thread as
+    // its last work once the queue is closed.
+    using EndedFn = std::function<void()>;
+    CommandQueueC(RunFn run, ResumeFn resume, BSS::CancelTokenC* cancel = nullptr, EndedFn ended = {});
+    // Closes and waits for the thread: the command running then still ends by its own bound.
+    ~CommandQueueC();
+    CommandQueueC(const CommandQueueC&) = delete;
+    CommandQueueC& operator=(const CommandQueueC&) = delete;
+
+    // False when the thread could not be started.
+    bool start();
+    // From the I/O task: queues the chunk; false when the I/O task should hold this connection's reads.
+    bool push(const std::uint8_t* data, std::size_t length);
+    // Drops what waits; the command running now finishes (or is cancelled by its own bound), then the
+    // thread ends.
+    void close();
+    // Waits until the thread has ended, at most `milliseconds`; true when it has.
+    bool waitEnded(std::uint32_t milliseconds);
+    bool ended() const { return m_ended; }
+
+private:
+    void serve();
+
+    RunFn m_run;
+    BSS::CancelTokenC* m_cancel;
+    ResumeFn m_resume;
+    EndedFn m_onEnded;
+    std::mutex m_lock;
+    std::condition_variable m_changed;
+    std::deque<std::vector<std::uint8_t>> m_chunks;
+    std::size_t m_waitingBytes = 0;
+    bool m_holding = false;
+    bool m_closed = false;
+    std::atomic<bool> m_ended{false};
+    std::thread m_thread;
+};
+
+}  // namespace HalvernRpc
