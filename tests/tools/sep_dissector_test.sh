@@ -125,7 +125,7 @@ expect "binary|3|1021|HOSTNAME_CFG_SET|good|889|10|1|Invalid set of the instrume
 expect "ASCII|3|1021|HOSTNAME_CFG_SET|good|889|10|1|Invalid set of the instrument's name.|"
 expect "binary|1|1021|HOSTNAME_CFG_SET|good||||||not a name|"
 # Events in both codings: the button's code by name (press from the server, release by hand).
-events=$(dissect -Y "sep.kind == 2 && sep.id == 1000" -T fields -e sep.coding -e sep.name -e sep.field.code)
+events=$(dissect -Y "sep.kind == 2 && sep.id == 1000" -T fields -e sep.coding -e sep.name -e sep.field.code.i32)
 grep -qP '^binary\tbutton\t1$' <<< "$events" || fail "no binary button event: $events"
 grep -qP '^ASCII\tbutton\t2$' <<< "$events" || fail "no ASCII button event: $events"
 # Two frames of one segment are two SEP items of one packet; the split frame is reassembled.
