@@ -56,6 +56,9 @@ public:
     // Every LED setting the controller was given, oldest first ("RED:GREEN:BLUE").
     std::vector<std::wstring> ledHistory();
     std::int32_t statusControl(const std::wstring& keyword);
+    // Whether Windows' coming shutdown is to end in a restart ("BASIC:REBOOT" since the last call); the
+    // controller carries the distinction out, Windows is shut down either way. Reading it clears it.
+    bool takeRebootRequest();
 
 private:
     std::wstring answerLocked(const std::wstring& request);
@@ -68,6 +71,7 @@ private:
     std::wstring m_leds = L"OFF:ON:OFF";
     std::vector<std::wstring> m_ledHistory;
     EfiHwStatusState m_hwStatus;
+    bool m_rebootRequested = false;
 };
 
 }  // namespace halvern::sim

@@ -159,10 +159,11 @@ grep -qx "frontend exited 0" "$root/sim/apps/log" || fail "the frontend did not 
 grep -qxF "halvern-sim: power LED steps: OFF:OFF:OFF ON:OFF:OFF OFF:OFF:OFF BLINK:OFF:OFF" "$work/button.out" ||
     fail "the power LED did not go red, then blinking red"
 
-# --- a remote reboot request: the same power-off, with the controller asked to restart ---
+# --- a remote reboot request: the same power-off, with the controller asked to restart (the restart
+# itself is halvern_sim_cli's) ---
 root=$work/reboot
 log=$root/D/logs/Halvern.log
-"$halvern_sim" --root "$root" > "$work/reboot.out" 2>&1 &
+"$halvern_sim" --root "$root" --no-reboot > "$work/reboot.out" 2>&1 &
 sim_pid=$!
 pids+=("$sim_pid")
 wait_for_line "Sucessufully launched Zentor Application"
