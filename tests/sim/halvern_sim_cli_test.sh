@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # halvern-sim and halvernctl as a developer uses them: halvernctl finds a simulated instrument's ports from
 # its sim root, a second instrument on busy ports says why it cannot run and how to run it, `ctl help`
-# lists the instrument's commands, and a reboot starts Halvern again as a boot would (the name set for
-# the next start takes effect, the access point comes up from its settings).
+# lists the instrument's commands, a reboot starts Halvern again as a boot would (the name set for the
+# next start takes effect, the access point comes up from its settings), and an update waits for Halvern
+# to end for the updater.
 # Arguments: halvern-sim, halvernctl.
 set -euo pipefail
 halvern_sim=$1
@@ -68,4 +69,15 @@ wait_for 30 sh -c "[ \"\$('$halvernctl' --root '$root' --value enabled wlan)\" =
     fail "the access point did not come up from its settings"
 [ "$("$halvernctl" --root "$root" --value ssid wlan)" = Lab-7 ] || fail "the access point lost its SSID"
 kill -0 "$first" || fail "halvern-sim ended with the reboot"
+
+# An update waits for its outcome: Halvern ending for the updater, or a clear failure when it does not.
+mkdir -p "$root/F/system" "$root/sim/apps"
+echo image > "$root/F/system/software.img"
+"$halvernctl" --root "$root" update --wait 2 'f:\system\software.img' > /dev/null 2> "$work/update.err" &&
+    fail "an update without the updater's request to end was taken for done"
+grep -q "Halvern kept running for 2 s after the update began" "$work/update.err" || fail "$(cat "$work/update.err")"
+echo "shutdown-request=yes" > "$root/sim/apps/firmware-updater"
+"$halvernctl" --root "$root" update --wait 60 'f:\system\software.img' > "$work/update.out" ||
+    fail "the update failed: $(cat "$work/update.out")"
+grep -q "Halvern ended for the updater" "$work/update.out" || fail "$(cat "$work/update.out")"
 echo "PASS"
