@@ -1,7 +1,9 @@
 // `halvernctl status`: the instrument on one screen, each value decoded, asked with the instrument's own
 // commands on one connection. A part the instrument cannot answer shows why and leaves the rest standing.
 #include <chrono>
+#include <cstdio>
 #include <initializer_list>
+#include <sstream>
 #include <thread>
 
 #include "client/CtlCommandSupport.h"
