@@ -9,20 +9,7 @@ set -euo pipefail
 tables=$1
 dissector=$2
 
-for tool in tshark dumpcap python3; do
-    command -v "$tool" > /dev/null || { echo "SKIP: $tool is not installed"; exit 77; }
-done
-"$tables" --check "$dissector"
-
-work=$(mktemp -d)
-pids=()
-. "$(dirname "$0")/../support/end_processes.sh"
-cleanup() {
-    end_processes "${pids[@]}"
-    rm -rf "$work"
-}
-trap cleanup EXIT
-fail() { echo "FAIL: $*" >&2; exit 1; }
+. "$(dirname "$0")/dissector_support.sh"
 
 "$tables" > "$work/tables.lua"
 python3 - "$work" <<'PY' &
@@ -119,19 +106,11 @@ for _ in $(seq 1 100); do [ -s "$work/port" ] && break; sleep 0.1; done
 port=$(cat "$work/port") || fail "the frame player announced no port"
 
 capture=$work/table.pcapng
-dumpcap -q -i lo -f "tcp port $port" -w "$capture" > "$work/dumpcap.out" 2>&1 &
-dumpcap_pid=$!
-pids+=("$dumpcap_pid")
-for _ in $(seq 1 100); do
-    grep -q "Capturing on" "$work/dumpcap.out" 2>/dev/null && break
-    sleep 0.1
-done
-sleep 0.5
+start_capture "$port" "$capture"
 touch "$work/go"
 wait "$python_pid" || fail "the frame player failed"
 sleep 0.5
-kill -TERM "$dumpcap_pid"
-wait "$dumpcap_pid" 2>/dev/null || true
+stop_capture
 
 dissect() { tshark -X lua_script:"$dissector" -r "$capture" -d "tcp.port==$port,sep" "$@" 2> "$work/tshark.err"; }
 dissect -V > "$work/verbose.txt"
