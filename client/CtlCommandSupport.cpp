@@ -69,7 +69,7 @@ CLI::Validator oneOf(WordsT words)
                 }
             return text + " is not one of " + names;
         },
-        names);
+        names, "words");
 }
 
 CLI::Validator onOff()

@@ -3,6 +3,7 @@
 // the power controller, the system, the network.
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <ostream>
 #include <string>
 
 #include "client/ReportC.h"
@@ -19,8 +20,22 @@ struct CtlChoiceT {
     CtlActionFn action;
 };
 
+// How the outcome of a command is printed: text or JSON, all of it or one value, the password or not.
+struct CtlOutputT {
+    bool json = false;
+    std::string value;  // print only this value ("--value KEY")
+    bool raw = false;   // the number of a named value
+    bool showSecrets = false;
+};
+
+// Runs the chosen command on `sep` and prints its outcome; errors go to `err` with their hint (and as JSON
+// to `out` with --json). Returns the exit code.
+int runChosen(const CtlChoiceT& chosen, SepExchangeC& sep, const CtlOutputT& output, std::ostream& out,
+              std::ostream& err);
+
 void addPowerCommands(CLI::App& app, CtlChoiceT& chosen);
 void addSystemCommands(CLI::App& app, CtlChoiceT& chosen);
 void addNetworkCommands(CLI::App& app, CtlChoiceT& chosen);
+void addStatusCommands(CLI::App& app, CtlChoiceT& chosen);
 
 }  // namespace SEP

@@ -1,46 +1,44 @@
 // halvernctl's commands of the network: the WLAN access point, its country, channel, driver and radio, the
 // channel selection and the network interfaces.
 #include "client/CtlCommandSupport.h"
+#include "client/CtlReports.h"
 
 namespace SEP {
 namespace {
 
 using namespace ctl;
 
-const WordsT kBands = {{"2.4", "1"}, {"5", "2"}, {"both", "3"}};
-// The WLAN driver's own width codes (its "ApChanExtOffset" setting: secondary channel below, above, none).
-const WordsT kDriverWidths = {{"HT40-", "0"}, {"HT40+", "1"}, {"HT20", "2"}};
 const WordsT kInterfaces = {{"wired", "0"}, {"wired2", "1"}, {"wlan", "2"}, {"hosted", "3"}};
 const WordsT kInterfaceProperties = {{"mac", "0"}, {"ipv4", "1"}};
 
-std::string wordOf(const WordsT& words, std::int32_t value)
+// What the access point takes: an SSID of 1 to 32 bytes and a WPA2 pass phrase of 8 to 63 characters,
+// both printable ASCII.
+CLI::Validator printableText(std::size_t shortest, std::size_t longest, const char* what)
 {
-    for (const auto& word : words)
-        if (word.second == std::to_string(value)) return word.first;
-    return "unknown (" + std::to_string(value) + ")";
+    return CLI::Validator(
+        [=](std::string& text) -> std::string {
+            if (text.size() < shortest || text.size() > longest)
+                return std::string(what) + " must have " + std::to_string(shortest) + "-" + std::to_string(longest) +
+                       " characters, not " + std::to_string(text.size());
+            for (unsigned char c : text)
+                if (c < 0x20 || c > 0x7E) return std::string(what) + " must be printable ASCII";
+            return {};
+        },
+        "TEXT(" + std::to_string(shortest) + "-" + std::to_string(longest) + ")");
 }
-
-std::string bandText(std::int32_t band)
+CLI::Validator ssidText()
 {
-    switch (band) {
-        case 1:
-            return "2.4 GHz (1)";
-        case 2:
-            return "5 GHz (2)";
-        case 3:
-            return "2.4 and 5 GHz (3)";
-        default:
-            return "unknown (" + std::to_string(band) + ")";
-    }
+    return printableText(1, 32, "an SSID");
+}
+CLI::Validator passphraseText()
+{
+    return printableText(8, 63, "a WPA2 password");
 }
 
 template <typename Config>
 void printWlanConfig(ReportC& report, const Config& r)
 {
-    report.flag("enabled", "access point", r.enabled, "on", "off");
-    report.text("ssid", "SSID", bufferText(r.ssid));
-    report.text("password", "password", bufferText(r.password));
-    report.add("band", "band", r.band, bandText(r.band));
+    reportWlanConfig(report, r.enabled, bufferText(r.ssid), bufferText(r.password), r.band);
 }
 
 void addAccessPointCommands(CLI::App& app, CtlChoiceT& chosen)
@@ -65,40 +63,72 @@ void addAccessPointCommands(CLI::App& app, CtlChoiceT& chosen)
     struct WlanSetT {
         std::string ssid;
         std::string password;
-        std::int32_t band = 0;
+        std::int32_t band = 0;  // 0: the access point's own
+        bool on = false;
         bool off = false;
         std::string extension;
+
+        // One configuration request in the form asked for; empty texts and band 0 keep the access point's.
+        ExchangeResultE send(SepExchangeC& sep, bool enabled, const std::string& newSsid,
+                             const std::string& newPassword) const
+        {
+            if (extension.empty()) {
+                REC::WlanCfg request;
+                request.enabled = enabled;
+                copyText(request.ssid, newSsid);
+                copyText(request.password, newPassword);
+                request.band = band;
+                return sep.call(1002, &request, nullptr);
+            }
+            REC::WlanCfgExt request;
+            request.enabled = enabled;
+            copyText(request.ssid, newSsid);
+            copyText(request.password, newPassword);
+            request.band = band;
+            request.extension = extension == "1";
+            return sep.call(1064, &request, nullptr);
+        }
     };
     auto config = options<WlanSetT>();
     auto* set = addCommand(
-        *wlan, "set", "Configures the access point (WLAN_CFG_SET, 1002; with --extension WLAN_CFG_EXT_SET, 1064).",
+        *wlan, "set",
+        "Changes the access point's configuration (WLAN_CFG_SET, 1002; with --extension WLAN_CFG_EXT_SET, 1064): "
+        "what is not given stays as it is, and a running access point is switched off, configured and started "
+        "again. Prints the configuration it then runs with.",
         chosen, [config](SepExchangeC& sep, ReportC& report) {
-            const std::string done = std::string("access point ") + (config->off ? "off" : "on") + ", SSID \"" +
-                                     config->ssid + "\", band " + bandText(config->band);
-            if (config->extension.empty()) {
-                REC::WlanCfg request;
-                request.enabled = !config->off;
-                copyText(request.ssid, config->ssid);
-                copyText(request.password, config->password);
-                request.band = config->band;
-                return doCommand(sep, report, 1002, &request, done);
+            REC::WlanCfg current;
+            ExchangeResultE result = sep.call(1003, nullptr, &current);
+            if (result != ExchangeResultE::Done) return result;
+            const bool wanted = config->on || (!config->off && current.enabled);
+            // The access point takes a new configuration only while it is off.
+            if (current.enabled) {
+                result = config->send(sep, false, config->ssid, config->password);
+                if (result != ExchangeResultE::Done || !wanted) return result;
+                result = config->send(sep, true, {}, {});
+            } else {
+                result = config->send(sep, wanted, config->ssid, config->password);
             }
-            REC::WlanCfgExt request;
-            request.enabled = !config->off;
-            copyText(request.ssid, config->ssid);
-            copyText(request.password, config->password);
-            request.band = config->band;
-            request.extension = config->extension == "1";
-            return doCommand(sep, report, 1064, &request, done + ", extension " + (request.extension ? "on" : "off"));
+            if (result != ExchangeResultE::Done) return result;
+            REC::WlanCfg now;
+            result = sep.call(1003, nullptr, &now);
+            if (result == ExchangeResultE::Done) {
+                report.note(current.enabled && wanted ? "access point restarted with the new configuration"
+                                                      : "access point configured");
+                printWlanConfig(report, now);
+            }
+            return result;
         });
-    set->add_option("--ssid", config->ssid, "network name")->required()->check(fitsBuffer(sizeof REC::WlanCfg{}.ssid));
-    set->add_option("--password", config->password, "pass phrase")
-        ->required()
-        ->check(fitsBuffer(sizeof REC::WlanCfg{}.password));
-    set->add_option("--band", config->band, "2.4|5|both")->required()->transform(oneOf(kBands));
-    set->add_flag("--off", config->off, "configure it switched off");
+    set->add_option("--ssid", config->ssid, "network name, 1-32 characters")->check(ssidText());
+    set->add_option("--password", config->password, "WPA2 pass phrase, 8-63 characters")->check(passphraseText());
+    set->add_option("--band", config->band, "2.4|5|both")->transform(oneOf(kBands));
+    auto* on = set->add_flag("--on", config->on, "start the access point");
+    set->add_flag("--off", config->off, "stop the access point")->excludes(on);
     set->add_option("--extension", config->extension, "on|off: send the extended form with this flag")
         ->transform(onOff());
+    set->parse_complete_callback([set] {
+        if (set->count_all() <= 1)
+            throw CLI::ValidationError("wlan set", "nothing to change: give --ssid, --password, --band, --on or --off");
+    });
 
     auto power = options<REC::WlanPower>();
     addCommand(app, "wlan-power", "Switches the WLAN module on or off (WLAN_PWR_SET, 1026).", chosen,
@@ -121,13 +151,26 @@ void addAccessPointCommands(CLI::App& app, CtlChoiceT& chosen)
     driverCommand->add_option("path", *path, "driver path")->required()->check(fitsBuffer(sizeof driver->path));
     driverCommand->add_flag("--test", driver->testNotRegular, "install the test driver instead of the regular one");
 
-    // The result comes as the channel-selected event (halvernctl events shows it as wlan-channel-selected).
+    // The result comes as the channel-selected event, on this connection like on every other.
     auto selection = options<REC::WlanChannelSelection>();
     auto* select = addCommand(*wlan, "select",
-                              "Runs the WLAN channel selection (WLAN_RUN_CH_SEL, 1057); the chosen channel is "
-                              "announced as event 1005 and written to the driver.",
+                              "Runs the WLAN channel selection (WLAN_RUN_CH_SEL, 1057) and waits for its outcome, "
+                              "the channel-selected event (1005): the chosen channel, which goes to the driver.",
                               chosen, [selection](SepExchangeC& sep, ReportC& report) {
-                                  return doCommand(sep, report, 1057, selection.get(), "channel selection started");
+                                  ExchangeResultE result = sep.call(1057, selection.get(), nullptr);
+                                  if (result != ExchangeResultE::Done) return result;
+                                  const std::int32_t scanMs = selection->c > 0 ? selection->c : 7000;
+                                  REC::WlanChannelSelection outcome;
+                                  result = sep.awaitEvent(1005, static_cast<std::uint32_t>(scanMs) + 30000,
+                                                          "the channel selection", outcome);
+                                  if (result != ExchangeResultE::Done) return result;
+                                  if (!outcome.a)
+                                      return sep.refuse("the channel selection found no channel",
+                                                        "the access point keeps the channel it runs");
+                                  report.flag("selected", "channel selected", outcome.a);
+                                  report.number("channel", "channel", outcome.b);
+                                  report.choice("width", "width", wordOf(kChannelWidths, outcome.c), outcome.c);
+                                  return result;
                               });
     select->add_flag("--no-dfs", selection->a, "avoid channels that need radar detection in this run");
     select->add_option("--band", selection->b, "2.4|5|both (default: the access point's band)")
@@ -160,10 +203,8 @@ void addRadioCommands(CLI::App& app, CtlChoiceT& chosen)
                             "at the driver's next start (also: wlan-channel).");
     channel->alias("wlan-channel");
     addCommand(*channel, "get", "Reads the channel and width (1048).", chosen, [](SepExchangeC& sep, ReportC& report) {
-        return askCommand<REC::WlanChannel>(sep, 1048, nullptr, [&](const REC::WlanChannel& r) {
-            report.number("channel", "channel", r.channel);
-            report.add("width", "width", r.b, wordOf(kDriverWidths, r.b));
-        });
+        return askCommand<REC::WlanChannel>(sep, 1048, nullptr,
+                                            [&](const REC::WlanChannel& r) { reportChannel(report, r); });
     });
     auto wanted = options<REC::WlanChannel>();
     auto* set = addCommand(
@@ -185,7 +226,7 @@ void addRadioCommands(CLI::App& app, CtlChoiceT& chosen)
         "board, the second wired one, the WLAN module or the hosted network (1047).",
         chosen, [property](SepExchangeC& sep, ReportC& report) {
             return askCommand<REC::NetIntfceInfo>(sep, 1047, property.get(), [&](const REC::NetIntfceInfo& r) {
-                report.add("interface", "interface", r.a, wordOf(kInterfaces, r.a));
+                report.choice("interface", "interface", wordOf(kInterfaces, r.a), r.a);
                 report.text(r.b == 0 ? "mac" : "ipv4", r.b == 0 ? "physical address" : "IPv4 addresses",
                             bufferText(r.text));
             });

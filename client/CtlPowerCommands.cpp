@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "client/CtlCommandSupport.h"
+#include "client/CtlReports.h"
 #include "client/EventPrinter.h"
 
 namespace SEP {
@@ -16,12 +17,8 @@ void addBatteryCommands(CLI::App& app, CtlChoiceT& chosen)
                "Status word and relative charge (%) of both batteries, L and H, as the power controller reports "
                "them (EFI_GET_BAT_STATUS, 1004).",
                chosen, [](SepExchangeC& sep, ReportC& report) {
-                   return askCommand<REC::EfiBatStatus>(sep, 1004, nullptr, [&](const REC::EfiBatStatus& r) {
-                       report.number("batteryLStatus", "battery L status", r.values[0]);
-                       report.number("batteryLCharge", "battery L charge", r.values[1], "%");
-                       report.number("batteryHStatus", "battery H status", r.values[2]);
-                       report.number("batteryHCharge", "battery H charge", r.values[3], "%");
-                   });
+                   return askCommand<REC::EfiBatStatus>(
+                       sep, 1004, nullptr, [&](const REC::EfiBatStatus& r) { reportBatteries(report, r); });
                });
 
     addCommand(app, "battery-type",
@@ -87,10 +84,8 @@ void addSupplyCommands(CLI::App& app, CtlChoiceT& chosen)
 {
     addCommand(app, "ext-supply", "Voltage and peak voltage of the external supply, in mV (EFI_GET_EXT_VOLT, 1005).",
                chosen, [](SepExchangeC& sep, ReportC& report) {
-                   return askCommand<REC::EfiExtSup>(sep, 1005, nullptr, [&](const REC::EfiExtSup& r) {
-                       report.number("voltage", "external supply voltage", r.values[0], "mV");
-                       report.number("peak", "external supply peak", r.values[1], "mV");
-                   });
+                   return askCommand<REC::EfiExtSup>(sep, 1005, nullptr,
+                                                     [&](const REC::EfiExtSup& r) { reportExternalSupply(report, r); });
                });
 
     addCommand(app, "power-source",
@@ -185,14 +180,9 @@ void addControllerCommands(CLI::App& app, CtlChoiceT& chosen)
                "Whether the critical hardware is ready, from the controller's hardware status (1056): FPGA, HPS and "
                "TELO, then two further flags.",
                chosen, [](SepExchangeC& sep, ReportC& report) {
-                   return askCommand<REC::CriticalHwStatusInfo>(sep, 1056, nullptr,
-                                                                [&](const REC::CriticalHwStatusInfo& r) {
-                                                                    report.flag("fpgaReady", "FPGA ready", r.flags[0]);
-                                                                    report.flag("hpsReady", "HPS ready", r.flags[1]);
-                                                                    report.flag("teloReady", "TELO ready", r.flags[2]);
-                                                                    report.flag("flag4", "flag 4", r.flags[3]);
-                                                                    report.flag("flag5", "flag 5", r.flags[4]);
-                                                                });
+                   return askCommand<REC::CriticalHwStatusInfo>(
+                       sep, 1056, nullptr,
+                       [&](const REC::CriticalHwStatusInfo& r) { reportHardwareStatus(report, r); });
                });
 }
 

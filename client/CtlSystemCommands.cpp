@@ -4,7 +4,9 @@
 #include <cstdio>
 
 #include "client/CtlCommandSupport.h"
+#include "client/CtlReports.h"
 #include "client/DateTimeText.h"
+#include "client/TimeZones.h"
 
 namespace SEP {
 namespace {
@@ -20,6 +22,41 @@ CLI::Validator dateTimeArgument()
             return "not a date and time of the form \"2026-11-23 10:00:00\": " + text;
         },
         "\"YYYY-MM-DD HH:MM:SS\"");
+}
+
+// A zone the instrument has, by its Windows name in any case; a city or an "Area/City" name is answered
+// with the zones that hold the city.
+CLI::Validator knownZone()
+{
+    return CLI::Validator(
+        [](std::string& text) -> std::string {
+            if (const TimeZoneT* zone = findTimeZone(text)) {
+                text = zone->name;
+                return {};
+            }
+            const std::string city = text.substr(text.rfind('/') + 1);
+            std::string suggestions;
+            for (const TimeZoneT* zone : matchingTimeZones(city.size() >= 3 ? city : text))
+                if (suggestions.size() < 200)
+                    suggestions += (suggestions.empty() ? "" : ", ") + ("\"" + zone->name + "\"");
+            return "the instrument has no time zone \"" + text + "\"" +
+                   (suggestions.empty() ? "; `halvernctl time zones FILTER` lists them"
+                                        : "; did you mean " + suggestions + "?");
+        },
+        "ZONE", "zones");
+}
+
+// The record of a local time in a zone: the first six fields of a C tm (seconds first, month from 0, year
+// from 1900), and a flag that is set when automatic daylight saving is off.
+REC::WindowsOsTimeInfo timeInformation(const DateTimeT& local, const std::string& zone, bool daylightSaving)
+{
+    REC::WindowsOsTimeInfo record;
+    const std::int32_t fields[6] = {local.second, local.minute,    local.hour,
+                                    local.day,    local.month - 1, local.year - 1900};
+    std::copy(std::begin(fields), std::end(fields), std::begin(record.fields));
+    copyText(record.timeZone, zone);
+    record.daylightSaving = !daylightSaving;
+    return record;
 }
 
 DateTimeT parsedDateTime(const std::string& text)
@@ -39,13 +76,10 @@ std::string byteText(const std::uint8_t (&field)[N])
 void addClockCommands(CLI::App& app, CtlChoiceT& chosen)
 {
     auto rtc = addGroup(app, "rtc", "The real-time clock on the I2C bus, the instrument's clock across power cycles.");
-    addCommand(*rtc, "get", "Reads the real-time clock (RTC_GET, 1018).", chosen,
-               [](SepExchangeC& sep, ReportC& report) {
-                   return askCommand<REC::TimeSpec>(sep, 1018, nullptr, [&](const REC::TimeSpec& r) {
-                       const std::string time = formatDateTime({r.year, r.month, r.day, r.hour, r.minute, r.second});
-                       report.add("time", "RTC time", time, time);
-                   });
-               });
+    addCommand(
+        *rtc, "get", "Reads the real-time clock (RTC_GET, 1018).", chosen, [](SepExchangeC& sep, ReportC& report) {
+            return askCommand<REC::TimeSpec>(sep, 1018, nullptr, [&](const REC::TimeSpec& r) { reportRtc(report, r); });
+        });
     auto rtcTime = options<std::string>();
     addCommand(*rtc, "set",
                "Sets the real-time clock (RTC_SET, 1019). The Windows time follows at the next start; a time "
@@ -69,15 +103,8 @@ void addClockCommands(CLI::App& app, CtlChoiceT& chosen)
     auto time = addGroup(app, "time", "The Windows local time, time zone and daylight saving.");
     addCommand(*time, "get", "Reads the Windows local time, time zone and daylight saving (1053).", chosen,
                [](SepExchangeC& sep, ReportC& report) {
-                   return askCommand<REC::WindowsOsTimeInfo>(sep, 1053, nullptr, [&](REC::WindowsOsTimeInfo& r) {
-                       // The first six fields of a C tm: seconds first, month from 0, year from 1900.
-                       const std::string local = formatDateTime(
-                           {r.fields[5] + 1900, r.fields[4] + 1, r.fields[3], r.fields[2], r.fields[1], r.fields[0]});
-                       report.add("localTime", "local time", local, local);
-                       report.text("timeZone", "time zone", bufferText(r.timeZone));
-                       // On the wire the flag says that automatic adjustment is off.
-                       report.flag("automaticDaylightSaving", "daylight saving", !r.daylightSaving, "automatic", "off");
-                   });
+                   return askCommand<REC::WindowsOsTimeInfo>(
+                       sep, 1053, nullptr, [&](const REC::WindowsOsTimeInfo& r) { reportLocalTime(report, r); });
                });
     struct TimeT {
         std::string time;
@@ -91,12 +118,7 @@ void addClockCommands(CLI::App& app, CtlChoiceT& chosen)
                    "difference.",
                    chosen, [timeSet](SepExchangeC& sep, ReportC& report) {
                        const DateTimeT local = parsedDateTime(timeSet->time);
-                       REC::WindowsOsTimeInfo request;
-                       const std::int32_t fields[6] = {local.second, local.minute,    local.hour,
-                                                       local.day,    local.month - 1, local.year - 1900};
-                       std::copy(std::begin(fields), std::end(fields), std::begin(request.fields));
-                       copyText(request.timeZone, timeSet->zone);
-                       request.daylightSaving = !timeSet->dst;
+                       REC::WindowsOsTimeInfo request = timeInformation(local, timeSet->zone, timeSet->dst);
                        return doCommand(sep, report, 1054, &request,
                                         "time set to " + formatDateTime(local) + ", zone \"" + timeSet->zone +
                                             "\", daylight saving " + (timeSet->dst ? "automatic" : "off"));
@@ -108,8 +130,57 @@ void addClockCommands(CLI::App& app, CtlChoiceT& chosen)
         ->add_option("--zone", timeSet->zone,
                      "the zone's standard name as Windows knows it, e.g. \"W. Europe Standard Time\"")
         ->required()
-        ->check(fitsBuffer(sizeof REC::WindowsOsTimeInfo{}.timeZone));
+        ->transform(knownZone());
     setTime->add_flag("--dst,!--no-dst", timeSet->dst, "automatic daylight saving adjustment on (the default) or off");
+
+    auto zone = addGroup(*time, "zone", "The time zone alone.");
+    addCommand(*zone, "get", "Reads the time zone (1053).", chosen, [](SepExchangeC& sep, ReportC& report) {
+        return askCommand<REC::WindowsOsTimeInfo>(sep, 1053, nullptr, [&](const REC::WindowsOsTimeInfo& r) {
+            report.text("timeZone", "time zone", bufferText(r.timeZone));
+        });
+    });
+    struct ZoneT {
+        std::string name;
+        bool dst = true;
+    };
+    auto zoneSet = options<ZoneT>();
+    auto* setZone = addCommand(
+        *zone, "set", "Sets the time zone and keeps the instant: the local time moves with the zone (1053, then 1054).",
+        chosen, [zoneSet](SepExchangeC& sep, ReportC& report) {
+            REC::WindowsOsTimeInfo now;
+            ExchangeResultE result = sep.call(1053, nullptr, &now);
+            if (result != ExchangeResultE::Done) return result;
+            const TimeZoneT* from = findTimeZone(bufferText(now.timeZone));
+            const TimeZoneT* to = findTimeZone(zoneSet->name);
+            if (from == nullptr)
+                return sep.refuse("the instrument's zone \"" + bufferText(now.timeZone) + "\" is not one it lists",
+                                  "give the local time as well: `halvernctl time set \"YYYY-MM-DD HH:MM:SS\" --zone " +
+                                      zoneSet->name + "`");
+            const DateTimeT moved = convertLocalTime(localTimeOf(now), *from, *to, !now.daylightSaving);
+            REC::WindowsOsTimeInfo request = timeInformation(moved, to->name, zoneSet->dst);
+            return doCommand(sep, report, 1054, &request,
+                             "time zone set to \"" + to->name + "\", local time now " + formatDateTime(moved));
+        });
+    setZone->add_option("name", zoneSet->name, "the zone's name, e.g. \"W. Europe Standard Time\" (see time zones)")
+        ->required()
+        ->transform(knownZone());
+    setZone->add_flag("--dst,!--no-dst", zoneSet->dst, "automatic daylight saving adjustment on (the default) or off");
+
+    auto filter = options<std::string>();
+    addCommand(*time, "zones",
+               "Lists the instrument's time zones by name and display name, those holding FILTER (any case) "
+               "only when one is given; no command is sent.",
+               chosen,
+               [filter](SepExchangeC&, ReportC& report) {
+                   ReportC::JsonT list = ReportC::JsonT::array();
+                   for (const TimeZoneT* zone : matchingTimeZones(*filter)) {
+                       list.push_back({{"name", zone->name}, {"display", zone->display}});
+                       report.note(zone->name + "  " + zone->display);
+                   }
+                   report.add("zones", "zones", list, std::to_string(list.size()));
+                   return ExchangeResultE::Done;
+               })
+        ->add_option("filter", *filter, "part of a name or city, e.g. Berlin");
 }
 
 void addIdentityCommands(CLI::App& app, CtlChoiceT& chosen)
@@ -181,8 +252,9 @@ void addIdentityCommands(CLI::App& app, CtlChoiceT& chosen)
                 report.text("description", "description", byteText(r.data));
             });
         })
-        ->add_option("id", *component, "component id")
-        ->required();
+        ->add_option("id", *component, "component id: 1 WLAN, 2 MORA Ethernet, 3 Lemo Ethernet, 4 Quillo DMA")
+        ->required()
+        ->check(CLI::Range(1, 4));
     auto stringId = options<std::int32_t>();
     addCommand(app, "string", "One of Halvern's fixed strings by its id (1029).", chosen,
                [stringId](SepExchangeC& sep, ReportC& report) {
@@ -341,11 +413,8 @@ void addModeCommands(CLI::App& app, CtlChoiceT& chosen)
     auto features = addGroup(app, "production-features", "Write filter, remote desktop and port forwarding.");
     addCommand(*features, "get", "Reads the three features (PROD_FEATURES_GET, 1015).", chosen,
                [](SepExchangeC& sep, ReportC& report) {
-                   return askCommand<REC::EnaProdFeat>(sep, 1015, nullptr, [&](const REC::EnaProdFeat& r) {
-                       report.flag("uwf", "write filter (UWF)", r.uwf, "on", "off");
-                       report.flag("remoteDesktop", "remote desktop", r.remoteDesktop, "on", "off");
-                       report.flag("portForwarding", "port forwarding", r.portForwarding, "on", "off");
-                   });
+                   return askCommand<REC::EnaProdFeat>(sep, 1015, nullptr,
+                                                       [&](const REC::EnaProdFeat& r) { reportFeatures(report, r); });
                });
     auto wanted = options<REC::EnaProdFeat>();
     auto* setFeatures = addCommand(*features, "set", "Sets all three features (PROD_FEATURES_SET, 1014).", chosen,
@@ -367,24 +436,36 @@ void addFirmwareCommands(CLI::App& app, CtlChoiceT& chosen)
         std::string path;
         bool force = false;
         bool legacy = false;
+        std::uint32_t waitS = 120;
     };
     auto update = options<UpdateT>();
     auto* updateCommand = addCommand(
         app, "update",
-        "Starts the firmware updater with an image (1035; with --legacy the old form, START_UPDATE, 1011). Halvern "
-        "exits when the updater asks it to.",
+        "Starts the firmware updater with an image (1035; with --legacy the old form, START_UPDATE, 1011) and "
+        "waits until Halvern ends for the updater, which asks it to.",
         chosen, [update](SepExchangeC& sep, ReportC& report) {
             REC::StartUpdate request;
             request.force = update->force;
             copyText(request.path, update->path);
-            return doCommand(sep, report, update->legacy ? 1011 : 1035, &request,
-                             "update started with \"" + update->path + "\"");
+            ExchangeResultE result = sep.call(update->legacy ? 1011 : 1035, &request, nullptr);
+            if (result != ExchangeResultE::Done || update->waitS == 0) {
+                if (result == ExchangeResultE::Done) report.note("update started with \"" + update->path + "\"");
+                return result;
+            }
+            // The updater takes over by asking Halvern to end: the end of this connection is its outcome here.
+            result = sep.awaitClose(update->waitS * 1000, "the update");
+            if (result == ExchangeResultE::Done)
+                report.note("update started with \"" + update->path + "\"; Halvern ended for the updater");
+            return result;
         });
     updateCommand->add_option("path", update->path, "the firmware image")
         ->required()
         ->check(fitsBuffer(sizeof REC::StartUpdate{}.path));
     updateCommand->add_flag("--force", update->force, "update even when the versions are the same");
     updateCommand->add_flag("--legacy", update->legacy, "use the legacy request");
+    updateCommand
+        ->add_option("--wait", update->waitS, "seconds to wait for Halvern to end for the updater (0: do not wait)")
+        ->capture_default_str();
 
     auto file = options<std::string>();
     addCommand(app, "update-info",
@@ -456,9 +537,13 @@ void addUsbCommands(CLI::App& app, CtlChoiceT& chosen)
                })
         ->add_option("port", *port, "port id")
         ->required();
-    addCommand(app, "format-usb", "Formats the USB stick (1058).", chosen, [](SepExchangeC& sep, ReportC& report) {
-        return doCommand(sep, report, 1058, nullptr, "USB stick formatted");
-    });
+    // Halvern answers once the stick is formatted, which takes as long as the stick needs.
+    addCommand(app, "format-usb", "Formats the USB stick and waits until it is done, up to 10 minutes (1058).", chosen,
+               [](SepExchangeC& sep, ReportC& report) {
+                   const ExchangeResultE result = sep.callWaiting(1058, nullptr, nullptr, 600000, "the formatting");
+                   if (result == ExchangeResultE::Done) report.note("USB stick formatted");
+                   return result;
+               });
 }
 
 void addApplicationCommands(CLI::App& app, CtlChoiceT& chosen)

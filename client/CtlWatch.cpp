@@ -1,122 +1,97 @@
 #include "client/CtlWatch.h"
 
-#include <chrono>
-#include <sstream>
-#include <thread>
+#include <algorithm>
 
-#include "client/HalvernCtl.h"
+#include "client/CtlCommandLine.h"
+#include "client/TimeZones.h"
 
 namespace SEP {
+
 namespace {
 
-struct PanelT {
-    const char* title;
-    std::vector<std::string> words;
-};
-
-// What a technician looks at while working on an instrument. The power LED is not among them: the
-// controller takes LED settings but does not report them.
-const std::vector<PanelT>& panels()
+// The values an option takes when they are words: the ones of its word list, or the instrument's zones.
+bool printValues(CLI::Option* option, std::ostream& out)
 {
-    static const std::vector<PanelT> list = {
-        {"Battery", {"battery"}},
-        {"Power source", {"power-source"}},
-        {"Power selection", {"power-select", "get"}},
-        {"WLAN access point", {"wlan", "get"}},
-        {"WLAN channel", {"channel", "get"}},
-        {"Time", {"time", "get"}},
-        {"RTC", {"rtc", "get"}},
-    };
-    return list;
-}
-
-std::string commandName(const std::vector<std::string>& words)
-{
-    std::string name;
-    for (const auto& word : words)
-        name += (name.empty() ? "" : " ") + word;
-    return name;
-}
-
-std::string indented(const std::string& text)
-{
-    std::string out;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
-        out += "  " + line + "\n";
-    return out;
-}
-
-std::string frame(const std::vector<std::string>& globalArguments)
-{
-    std::string text;
-    for (const auto& panel : panels()) {
-        std::vector<std::string> arguments{"halvernctl"};
-        arguments.insert(arguments.end(), globalArguments.begin(), globalArguments.end());
-        arguments.insert(arguments.end(), panel.words.begin(), panel.words.end());
-        std::vector<const char*> argv;
-        for (const auto& argument : arguments)
-            argv.push_back(argument.c_str());
-        std::ostringstream out, err;
-        runHalvernCtl(static_cast<int>(argv.size()), argv.data(), out, err);
-        // A failure shows the server's or the connection's text, without the program's own prefix.
-        std::string shown = out.str().empty() ? err.str() : out.str();
-        const std::string prefix = "halvernctl: " + commandName(panel.words) + ": ";
-        if (shown.rfind(prefix, 0) == 0) shown.erase(0, prefix.size());
-        text += panel.title + std::string(":\n") + indented(shown);
+    for (const char* kind : {"words", "zones"}) {
+        CLI::Validator* validator = nullptr;
+        try {
+            validator = option->get_validator(kind);
+        } catch (const CLI::OptionNotFound&) {
+            continue;
+        }
+        if (std::string(kind) == "zones") {
+            for (const auto& zone : timeZones())
+                out << zone.name << "\n";
+            return true;
+        }
+        std::string words = validator->get_description();
+        for (std::size_t start = 0; start <= words.size();) {
+            const std::size_t end = std::min(words.find('|', start), words.size());
+            out << words.substr(start, end - start) << "\n";
+            start = end + 1;
+        }
+        return true;
     }
-    text += "Power LED:\n  not reported by the instrument (set it with: halvernctl led)\n";
-    return text;
+    return false;
+}
+
+CLI::Option* optionNamed(CLI::App* level, const std::string& word)
+{
+    for (CLI::App* at = level; at != nullptr; at = at->get_parent())
+        for (CLI::Option* option : at->get_options([](CLI::Option*) { return true; }))
+            if (option->check_name(word)) return option;
+    return nullptr;
 }
 
 }  // namespace
 
-int runWatch(const WatchOptionsT& watch, const std::vector<std::string>& globalArguments, std::ostream& out)
+void printCompletions(CLI::App& app, const std::vector<std::string>& typed, std::ostream& out)
 {
-    for (long shown = 0; watch.count < 0 || shown < watch.count; ++shown) {
-        if (shown > 0) std::this_thread::sleep_for(std::chrono::milliseconds(watch.intervalMs));
-        const std::string text = frame(globalArguments);
-        // Home and clear to the end: the new state replaces the old one where it stood.
-        if (!watch.plain)
-            out << "\033[H\033[J";
-        else if (shown > 0)
-            out << "\n";
-        out << text << std::flush;
-    }
-    return CTL_EXIT_DONE;
-}
-
-void printCompletions(CLI::App& app, const std::vector<std::string>& words, std::ostream& out)
-{
+    // The word under the cursor, when given, is not one to complete after.
+    std::vector<std::string> words = typed;
+    if (!words.empty() && words.back().empty()) words.pop_back();
     CLI::App* current = &app;
-    const auto takesValue = [](CLI::App* level, const std::string& word) {
-        for (CLI::App* at = level; at != nullptr; at = at->get_parent())
-            for (const CLI::Option* option : at->get_options())
-                if (option->check_name(word)) return option->get_type_size_max() > 0;
-        return false;
-    };
+    std::size_t positionals = 0;
     for (std::size_t i = 0; i < words.size(); ++i) {
         const std::string& word = words[i];
         if (word.rfind("-", 0) == 0) {
-            if (word.find('=') == std::string::npos && takesValue(current, word)) ++i;
+            if (word.find('=') == std::string::npos && optionTakesValue(current, word)) {
+                // The cursor is on this option's value.
+                if (i + 1 == words.size()) {
+                    if (CLI::Option* option = optionNamed(current, word)) printValues(option, out);
+                    return;
+                }
+                ++i;
+            }
             continue;
         }
-        for (CLI::App* sub : current->get_subcommands([](CLI::App*) { return true; }))
-            if (sub->check_name(word)) {
-                current = sub;
-                break;
-            }
+        if (CLI::App* sub = subcommandNamed(current, word)) {
+            current = sub;
+            positionals = 0;
+        } else {
+            ++positionals;
+        }
     }
+    // A positional value in the cursor's place: its words.
+    std::size_t index = 0;
+    for (CLI::Option* option : current->get_options([](CLI::Option* o) { return o->get_positional(); }))
+        if (index++ == positionals) printValues(option, out);
+    std::vector<std::string> offered;
+    const auto offer = [&](const std::string& word) {
+        if (std::find(offered.begin(), offered.end(), word) == offered.end()) offered.push_back(word);
+    };
     for (CLI::App* sub : current->get_subcommands([](CLI::App*) { return true; })) {
-        out << sub->get_name() << "\n";
+        offer(sub->get_name());
         for (const auto& alias : sub->get_aliases())
-            out << alias << "\n";
+            offer(alias);
     }
     for (CLI::App* at = current; at != nullptr; at = at->get_parent())
         for (const CLI::Option* option : at->get_options())
             for (const auto& name : option->get_lnames())
-                if (name != "help") out << "--" << name << "\n";
-    out << "--help\n";
+                if (name != "help") offer("--" + name);
+    offer("--help");
+    for (const auto& word : offered)
+        out << word << "\n";
 }
 
 }  // namespace SEP

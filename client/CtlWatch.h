@@ -1,5 +1,5 @@
 #pragma once
-// `halvernctl watch`: the instrument's state at a glance, asked again and again and redrawn in place, and
+// `halvernctl watch`: the instrument's status asked again and again, and
 // `halvernctl __complete`: what the shell may offer for the next word.
 #include <cstdint>
 #include <ostream>
@@ -7,6 +7,8 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+
+#include "client/CtlCommands.h"
 
 namespace SEP {
 
@@ -16,9 +18,10 @@ struct WatchOptionsT {
     bool plain = false;  // one block after the other instead of redrawing the screen
 };
 
-// `globalArguments` are halvernctl's own options as typed (host, port, coding, reply wait); each panel is
-// one named command run with them.
-int runWatch(const WatchOptionsT& watch, const std::vector<std::string>& globalArguments, std::ostream& out);
+// `status` again and again on `sep`: redrawn in place on a terminal (`terminal`), else one block (or with
+// --json one line) per refresh.
+int runWatch(const WatchOptionsT& watch, SepExchangeC& sep, const CtlOutputT& output, bool terminal, std::ostream& out,
+             std::ostream& err);
 
 // The sub-commands and options that fit after `words` (the words typed so far after "halvernctl"), one
 // per line.

@@ -1,6 +1,7 @@
 #include "client/EventPrinter.h"
 
 #include "client/CommandTable.h"
+#include "client/CtlReports.h"
 #include "client/ReportC.h"
 #include "client/SepExchangeC.h"
 #include "sep/RecordCoding.h"
@@ -10,6 +11,8 @@ namespace SEP {
 namespace {
 
 namespace REC = Varda::SEP::HALVERN;
+using ctl::kChannelWidths;
+using ctl::wordOf;
 
 template <typename Record, typename Print>
 bool decodeAndPrint(DataReaderI& reader, Print print)
@@ -26,7 +29,7 @@ bool fillReport(std::uint16_t id, DataReaderI& reader, ReportC& report)
         case 1000:
             return decodeAndPrint<REC::EfiBtn>(reader, [&](const REC::EfiBtn& r) {
                 const char* what = r.code == 1 ? "pressed" : r.code == 2 ? "released" : "unknown";
-                report.add("button", "power button", r.code, std::string(what) + " (" + std::to_string(r.code) + ")");
+                report.choice("button", "power button", what, r.code);
             });
         case 1001:
             return decodeAndPrint<REC::EfiPwrSrc>(reader,
@@ -42,16 +45,18 @@ bool fillReport(std::uint16_t id, DataReaderI& reader, ReportC& report)
                 report.flag("attached", "USB device", r.attached, "attached", "removed");
             });
         case 1005:
-            return decodeAndPrint<REC::WlanChannelSelection>(
-                reader, [&](REC::WlanChannelSelection& r) { report.values("values", r); });
+            return decodeAndPrint<REC::WlanChannelSelection>(reader, [&](const REC::WlanChannelSelection& r) {
+                report.flag("selected", "channel selected", r.a);
+                report.number("channel", "channel", r.b);
+                report.choice("width", "width", wordOf(kChannelWidths, r.c), r.c);
+            });
         case 1006:
             return decodeAndPrint<REC::UWFOverlayStateEvent>(reader, [&](const REC::UWFOverlayStateEvent& r) {
                 const char* what = r.first == 1   ? "normal"
                                    : r.first == 2 ? "warning"
                                    : r.first == 3 ? "critical"
                                                   : "unknown";
-                report.add("state", "write filter overlay", r.first,
-                           std::string(what) + " (" + std::to_string(r.first) + ")");
+                report.choice("state", "write filter overlay", what, r.first);
                 report.number("usedMb", "overlay used", r.second, "MB");
                 report.number("availableMb", "overlay available", r.third, "MB");
             });
@@ -95,6 +100,7 @@ bool printKnownEvent(DecodedFrameT& event, bool json, std::string& printed)
     if (!reader->readHeader(kind, id, source, destination) || !readReplyHeader(*reader, success) || !success)
         return false;
     ReportC report("event", name, event.messageId);
+    report.setTime(utcTimestamp());
     if (!fillReport(event.messageId, *reader, report)) return false;
     printed = report.render(json);
     return true;

@@ -1,6 +1,10 @@
 #include "client/ReportC.h"
 
+#include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <mutex>
 
 namespace SEP {
 
@@ -28,6 +32,22 @@ void ReportC::flag(const std::string& key, const std::string& label, bool value,
 void ReportC::text(const std::string& key, const std::string& label, const std::string& value)
 {
     add(key, label, value, "\"" + value + "\"");
+}
+
+void ReportC::secret(const std::string& key, const std::string& label, const std::string& value)
+{
+    if (m_showSecrets) {
+        text(key, label, value);
+        return;
+    }
+    m_values[key + "Set"] = !value.empty();
+    add(key, label, nullptr, value.empty() ? "(none)" : "******** (--show-password shows it)");
+}
+
+void ReportC::choice(const std::string& key, const std::string& label, const std::string& name, std::int64_t code)
+{
+    m_values[key + "Code"] = code;
+    add(key, label, name, name + " (" + std::to_string(code) + ")");
 }
 
 void ReportC::bytes(const std::string& key, const std::string& label, const std::uint8_t* data, std::size_t length)
@@ -104,15 +124,17 @@ void ReportC::values(const std::string& key, MAL::UTI::SerializableI& record)
     m_values[key] = std::move(list);
 }
 
-std::string ReportC::render(bool json, const std::string& error) const
+std::string ReportC::render(bool json, const std::string& error, const std::string& hint) const
 {
     if (json) {
         JsonT object = JsonT::object();
         object[m_kind] = m_name;
         object["id"] = m_id;
+        if (!m_time.empty()) object["time"] = m_time;
         if (!error.empty()) {
             object["ok"] = false;
             object["error"] = error;
+            if (!hint.empty()) object["hint"] = hint;
         } else {
             if (m_kind == "command") object["ok"] = true;
             for (const auto& member : m_values.items())
@@ -123,10 +145,60 @@ std::string ReportC::render(bool json, const std::string& error) const
     }
     std::string text;
     const bool titled = m_kind != "command";
-    if (titled) text = m_kind + " " + std::to_string(m_id) + " " + m_name + "\n";
+    if (titled)
+        text = m_kind + " " + std::to_string(m_id) + " " + m_name + (m_time.empty() ? "" : " at " + m_time) + "\n";
     for (const auto& line : m_lines)
         text += (titled ? "  " : "") + line + "\n";
     return text;
+}
+
+bool ReportC::valueOf(const std::string& key, bool raw, std::string& text) const
+{
+    const std::string member = raw && m_values.contains(key + "Code") ? key + "Code" : key;
+    if (!m_values.contains(member)) {
+        text.clear();
+        for (const auto& item : m_values.items())
+            if (item.key().size() < 4 || item.key().compare(item.key().size() - 4, 4, "Code") != 0)
+                text += (text.empty() ? "" : ", ") + item.key();
+        return false;
+    }
+    const JsonT& value = m_values[member];
+    text = value.is_string() ? value.get<std::string>()
+                             : value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return true;
+}
+
+std::string utcTimestamp()
+{
+    const auto now = std::chrono::system_clock::now();
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+    std::tm utc{};
+    {
+        // gmtime's result is shared; the interactive mode stamps events on a thread of their own.
+        static std::mutex lock;
+        std::lock_guard<std::mutex> guard(lock);
+        utc = *std::gmtime(&seconds);
+    }
+    char text[96];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900, utc.tm_mon + 1,
+                  utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, static_cast<int>(millis));
+    return text;
+}
+
+void printError(std::ostream& out, std::ostream& err, bool json, int exitCode, const std::string& text,
+                const std::string& hint)
+{
+    if (json) {
+        ReportC::JsonT object = ReportC::JsonT::object();
+        object["ok"] = false;
+        object["error"] = text;
+        if (!hint.empty()) object["hint"] = hint;
+        object["exitCode"] = exitCode;
+        out << object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+    }
+    err << "halvernctl: " << text << "\n";
+    if (!hint.empty()) err << "  hint: " << hint << "\n";
 }
 
 std::string hexText(const std::uint8_t* data, std::size_t length)

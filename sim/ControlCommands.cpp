@@ -24,6 +24,13 @@ std::string ControlCommandsC::execute(const std::string& line)
 {
     std::vector<std::string> words = splitWords(line);
     if (words.empty()) return "ERROR empty command";
+    if (words.size() == 1 && words[0] == "help") {
+        std::lock_guard<std::mutex> guard(m_lock);
+        std::string keys;
+        for (const auto& entry : m_handlers)
+            keys += (keys.empty() ? "" : ", ") + entry.first;
+        return "OK commands: " + keys;
+    }
     Handler handler;
     std::size_t keyWords = 0;
     {

@@ -17,6 +17,7 @@ public:
     // `word` is one word ("efi") or several separated by single blanks ("wlan network"); a line goes to
     // the handler of the longest key its first words spell.
     void add(const std::string& word, Handler handler);
+    // "help" answers with every key, in order.
     std::string execute(const std::string& line);
 
 private:

@@ -21,6 +21,7 @@
 #include "platform/sim/SimRoot.h"
 #include "sim/ControlServer.h"
 #include "sim/HardwareSim.h"
+#include "sim/SimBoot.h"
 #include "sim/SimRootLayout.h"
 #include "sim/WindowsControlCommands.h"
 #include "sim/board/HmiControlCommands.h"
@@ -53,7 +54,7 @@ std::string besideThisProgram(const char* name)
 
 // What a person watching the instrument saw at the end: the power LED's steps and whether Windows was
 // shut down.
-void reportPowerState(const std::string& root, halvern::sim::EfiControllerModelC& efiModel)
+void reportPowerState(const std::string& root, halvern::sim::EfiControllerModelC& efiModel, bool rebooting)
 {
     std::string steps;
     for (const auto& leds : efiModel.ledHistory())
@@ -62,7 +63,8 @@ void reportPowerState(const std::string& root, halvern::sim::EfiControllerModelC
     std::ifstream shutdown(root + "/sim/power/shutdown");
     std::string record;
     if (std::getline(shutdown, record))
-        std::printf("halvern-sim: the instrument is off (shutdown %s)\n", record.c_str());
+        std::printf(rebooting ? "halvern-sim: rebooting (%s)\n" : "halvern-sim: the instrument is off (shutdown %s)\n",
+                    record.c_str());
 }
 
 int runControlClient(std::string root, const std::vector<std::string>& words)
@@ -80,6 +82,16 @@ int runControlClient(std::string root, const std::vector<std::string>& words)
         line += (line.empty() ? "" : " ") + word;
     std::string reply;
     const bool answered = halvern::sim::sendControlCommand(root, line, reply);
+    if (answered && line == "help" && reply.rfind("OK commands: ", 0) == 0) {
+        std::string list = reply.substr(13);
+        for (std::size_t at = 0; (at = list.find(", ", at)) != std::string::npos;)
+            list.replace(at, 2, "\n  ");
+        std::printf(
+            "commands of the instrument (a command with wrong or missing words answers with its usage):\n"
+            "  %s\n",
+            list.c_str());
+        return 0;
+    }
     std::printf("%s\n", reply.c_str());
     return answered && reply.rfind("OK", 0) == 0 ? 0 : 1;
 }
@@ -98,6 +110,49 @@ int runInstrumentOnly()
     return 0;
 }
 
+// Runs Halvern once on the instrument, passing Ctrl-C (or SIGTERM) on as a close request; its exit code,
+// or -1 when it could not be started or waited for.
+int runHalvern(const std::string& root, std::string halvernPath, std::vector<std::string> halvernArguments)
+{
+    halvern::sim::forgetSepPorts(root);
+    const pid_t child = fork();
+    if (child < 0) {
+        std::fprintf(stderr, "halvern-sim: cannot start Halvern: %s\n", std::strerror(errno));
+        return -1;
+    }
+    if (child == 0) {
+        // Its own process group: the terminal's Ctrl-C reaches only the simulator, which passes it on once.
+        setpgid(0, 0);
+        setenv("HALVERN_ROOT", root.c_str(), 1);
+        std::vector<char*> childArgv{halvernPath.data()};
+        for (auto& argument : halvernArguments)
+            childArgv.push_back(argument.data());
+        childArgv.push_back(nullptr);
+        execv(halvernPath.c_str(), childArgv.data());
+        std::fprintf(stderr, "halvern-sim: cannot run %s: %s\n", halvernPath.c_str(), std::strerror(errno));
+        _exit(127);
+    }
+    setpgid(child, child);
+
+    bool forwarded = false;
+    int status = 0;
+    for (;;) {
+        const pid_t done = waitpid(child, &status, 0);
+        if (done == child) break;
+        if (done < 0 && errno != EINTR) {
+            std::perror("halvern-sim: waitpid");
+            return -1;
+        }
+        if (g_closeRequested && !forwarded) {
+            std::printf("halvern-sim: asking Halvern to close\n");
+            std::fflush(stdout);
+            kill(child, SIGTERM);
+            forwarded = true;
+        }
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -112,6 +167,8 @@ int main(int argc, char** argv)
     app.add_option("--root", root, "sim root to use (created if missing); default: a new temporary folder");
     app.add_option("--halvern", halvernPath, "the host build of Halvern to start")->capture_default_str();
     app.add_flag("--no-halvern", withoutHalvern, "run the instrument only, until Ctrl-C");
+    bool noReboot = false;
+    app.add_flag("--no-reboot", noReboot, "end when Halvern reboots the instrument instead of starting it again");
     int boardBootDelayMs = halvern::sim::kDefaultBoardBootDelayMs;
     app.add_option("--board-boot-delay", boardBootDelayMs, "milliseconds from the sensor board's power-on to its login")
         ->capture_default_str()
@@ -200,50 +257,30 @@ int main(int argc, char** argv)
             {root, windowsBuild, besideThisProgram("halvern-standin"), besideThisProgram("wine-instrument"),
              halvernArguments},
             g_closeRequested);
-        reportPowerState(root, efiModel);
+        reportPowerState(root, efiModel, false);
         std::printf("halvern-sim: Halvern.exe exited with code %d; log %s\n", exitCode,
                     halvern::sim::logFilePath(root).c_str());
         return exitCode;
     }
 
-    const pid_t child = fork();
-    if (child < 0) {
-        std::fprintf(stderr, "halvern-sim: cannot start Halvern: %s\n", std::strerror(errno));
-        return 2;
-    }
-    if (child == 0) {
-        // Its own process group: the terminal's Ctrl-C reaches only the simulator, which passes it on once.
-        setpgid(0, 0);
-        setenv("HALVERN_ROOT", root.c_str(), 1);
-        std::vector<char*> childArgv{halvernPath.data()};
-        for (auto& argument : halvernArguments)
-            childArgv.push_back(argument.data());
-        childArgv.push_back(nullptr);
-        execv(halvernPath.c_str(), childArgv.data());
-        std::fprintf(stderr, "halvern-sim: cannot run %s: %s\n", halvernPath.c_str(), std::strerror(errno));
-        _exit(127);
-    }
-    setpgid(child, child);
-
-    bool forwarded = false;
-    int status = 0;
     for (;;) {
-        const pid_t done = waitpid(child, &status, 0);
-        if (done == child) break;
-        if (done < 0 && errno != EINTR) {
-            std::perror("halvern-sim: waitpid");
-            return 2;
-        }
-        if (g_closeRequested && !forwarded) {
-            std::printf("halvern-sim: asking Halvern to close\n");
+        const int exitCode = runHalvern(root, halvernPath, halvernArguments);
+        if (exitCode < 0) return 2;
+        const bool rebooting = halvern::sim::windowsShutDown(root) && efiModel.takeRebootRequest();
+        reportPowerState(root, efiModel, rebooting);
+        const std::string reason = halvern::sim::earlyExitReason(root, halvern::sim::logFilePath(root), exitCode);
+        if (!reason.empty()) std::fprintf(stderr, "halvern-sim: %s", reason.c_str());
+        if (!g_closeRequested && rebooting && !noReboot) {
+            if (!halvern::sim::bootAgain(root, error)) {
+                std::fprintf(stderr, "halvern-sim: cannot reboot: %s\n", error.c_str());
+                return 2;
+            }
+            std::printf("halvern-sim: Halvern starts again as after a boot\n");
             std::fflush(stdout);
-            kill(child, SIGTERM);
-            forwarded = true;
+            continue;
         }
+        std::printf("halvern-sim: Halvern exited with code %d; log %s\n", exitCode,
+                    halvern::sim::logFilePath(root).c_str());
+        return exitCode;
     }
-    const int exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    reportPowerState(root, efiModel);
-    std::printf("halvern-sim: Halvern exited with code %d; log %s\n", exitCode,
-                halvern::sim::logFilePath(root).c_str());
-    return exitCode;
 }

@@ -115,6 +115,7 @@ std::wstring EfiControllerModelC::answerLocked(const std::wstring& request)
 
     if (head == L"BASIC" && parts.size() == 2 && kBasic.count(parts[1]) != 0) {
         const std::wstring& what = parts[1];
+        if (what == L"REBOOT") m_rebootRequested = true;
         if (what == L"FWVERSION") return L"2.14";
         if (what == L"SERVICEVERSION") return L"1.7";
         if (what == L"HWSTATUS") {
@@ -234,6 +235,14 @@ std::wstring EfiControllerModelC::leds()
 {
     std::lock_guard<std::mutex> guard(m_lock);
     return m_leds;
+}
+
+bool EfiControllerModelC::takeRebootRequest()
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    const bool requested = m_rebootRequested;
+    m_rebootRequested = false;
+    return requested;
 }
 
 std::vector<std::wstring> EfiControllerModelC::ledHistory()

@@ -63,6 +63,9 @@ public:
     // controller was told can be read after the instrument has gone.
     void recordCommandsTo(const std::string& path);
     std::int32_t statusControl(const std::wstring& keyword);
+    // Whether Windows' coming shutdown is to end in a restart ("BASIC:REBOOT" since the last call); the
+    // controller carries the distinction out, Windows is shut down either way. Reading it clears it.
+    bool takeRebootRequest();
 
 private:
     std::wstring answerLocked(const std::wstring& request);
@@ -77,6 +80,7 @@ private:
     std::deque<std::wstring> m_commandHistory;
     std::string m_commandFile;
     EfiHwStatusState m_hwStatus;
+    bool m_rebootRequested = false;
 };
 
 }  // namespace halvern::sim

@@ -37,6 +37,7 @@ const StandInT kStandIns[] = {
     {"C/Windows/System32/netsh.exe", "netsh"},
     {"C/Windows/explorer.exe", "explorer"},
     {"C/Windows/System32/format.com", "format"},
+    {"C/Windows/System32/reg.exe", "reg"},
 };
 
 bool makeFolderOf(const std::string& path, std::string& error)

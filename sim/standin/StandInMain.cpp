@@ -14,6 +14,7 @@
 //   firmware-updater      ends, fails, keeps running or asks Halvern to end, as told (runFirmwareUpdater)
 //   uwfmgr, netsh         the write filter's next-boot state and the port proxy table (ModeStandIns.h)
 //   explorer              the shell: listed in the session's processes, runs until ended
+//   reg                   answers the query of the computer name of the next start
 //   format                empties a simulated drive and sets its label; with "exit-code" it fails without
 //                         touching the drive, with "exit-after-ms=never" it never ends
 //
@@ -28,8 +29,11 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -181,6 +185,39 @@ int runFirmwareUpdater(int argc, char** argv, const std::map<std::string, std::s
     return finish(code == settings.end() ? 0 : std::atoi(code->second.c_str()));
 }
 
+// The registry tool, for the one value a client asks of it: the computer name of the next start, which a
+// rename leaves in "sim/computer/pending-netbios" until the instrument boots again.
+int runReg(int argc, char** argv)
+{
+    std::string arguments;
+    for (int i = 2; i < argc; ++i)
+        arguments += std::string(i > 2 ? " " : "") + argv[i];
+    record("arguments " + arguments);
+    std::string lower = arguments;
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (lower.rfind("query ", 0) != 0 ||
+        lower.find("control\\computername\\computername") == std::string::npos ||
+        lower.find("/v computername") == std::string::npos) {
+        std::printf("ERROR: The system was unable to find the specified registry key or value.\n");
+        return finish(1);
+    }
+    const std::string folder = platform::sim::root() + "/sim/computer/";
+    std::string name;
+    std::getline(std::ifstream(folder + "pending-netbios"), name);
+    if (name.empty()) {
+        std::getline(std::ifstream(folder + "name"), name);
+        if (name.empty()) name = "ZENTOR-1000001";
+        name = name.substr(0, 15);
+        std::transform(name.begin(), name.end(), name.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    }
+    std::printf("\r\nHKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\ComputerName\\ComputerName\r\n"
+                "    ComputerName    REG_SZ    %s\r\n\r\n",
+                name.c_str());
+    return finish(0);
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -195,6 +232,7 @@ int main(int argc, char** argv)
     if (g_role == "frontend") return runFrontend(settings);
     if (g_role == "ssh") return runSsh(argc, argv, settings);
     if (g_role == "firmware-updater") return runFirmwareUpdater(argc, argv, settings);
+    if (g_role == "reg") return runReg(argc, argv);
     if (g_role == "console" || g_role == "backend") return runUntil(exitAfterMs(settings, -1));
     if (g_role == "explorer") return halvern::sim::runExplorer(platform::sim::root());
     if (g_role == "devcon" || g_role == "route" || g_role == "ipconfig" || g_role == "pnputil" || g_role == "uwfmgr" ||

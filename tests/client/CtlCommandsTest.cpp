@@ -11,6 +11,7 @@
 #include "client/CommandTable.h"
 #include "client/CtlTestSupport.h"
 #include "client/DateTimeText.h"
+#include "client/TimeZones.h"
 #include "sep/SepCommandTestSupport.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sep/server/HalvernSepRecords.h"
@@ -71,7 +72,6 @@ TEST(CtlArgumentsTest, BadArgumentsAreRefusedBeforeAnythingIsSent)
         {"channel", "set", "15", "--width", "HT20"},
         {"autorun", "set", "maybe"},
         {"shutdown-state", "later"},
-        {"wlan"},
         {"battery", "extra"},
         {"exec", "--vant", "--mora", "ls"},
     };
@@ -88,6 +88,83 @@ TEST(CtlArgumentsTest, BadArgumentsAreRefusedBeforeAnythingIsSent)
     EXPECT_NE(run.err.find("pulsing is not one of steady|blinking"), std::string::npos) << run.err;
     // A well-formed command does try to connect.
     EXPECT_EQ(runCtl(kNobodyListens, {"api-level"}).exitCode, SEP::CTL_EXIT_NO_CONNECTION);
+}
+
+TEST(CtlArgumentsTest, AMistypedVerbIsNamedWithTheNearestOnesAndNothingIsSent)
+{
+    CtlRunT run = runCtl(kNobodyListens, {"batery"});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_BAD_ARGUMENTS);
+    EXPECT_EQ(run.err, "halvernctl: unknown command \"batery\"\n  hint: did you mean battery?\n");
+    run = runCtl(kNobodyListens, {"wlan", "gte"});
+    EXPECT_NE(run.err.find("unknown command \"wlan gte\"\n  hint: did you mean wlan get?"), std::string::npos)
+        << run.err;
+    run = runCtl(kNobodyListens, {"--json", "stauts"});
+    const auto json = run.json();
+    ASSERT_TRUE(json.is_object()) << run.out;
+    EXPECT_EQ(json["ok"], false);
+    EXPECT_EQ(json["error"], "unknown command \"stauts\"");
+    EXPECT_EQ(json["hint"], "did you mean status?");
+    EXPECT_EQ(json["exitCode"], SEP::CTL_EXIT_BAD_ARGUMENTS);
+    // A bad argument is an error object as well with --json.
+    run = runCtl(kNobodyListens, {"--json", "led", "--state", "pulsing", "--colour", "red"});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_BAD_ARGUMENTS);
+    EXPECT_EQ(run.json()["ok"], false) << run.out;
+    // And so is a connection that fails.
+    run = runCtl(kNobodyListens, {"--json", "api-level"});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_NO_CONNECTION);
+    EXPECT_EQ(run.json()["ok"], false) << run.out;
+    EXPECT_NE(run.err.find("hint: is the instrument running"), std::string::npos) << run.err;
+}
+
+TEST(CtlArgumentsTest, VersionHelpAndABareCommandLineAnswerWithoutTheInstrument)
+{
+    CtlRunT run = runCtl(kNobodyListens, {"--version"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.out.rfind("halvernctl ", 0), 0u) << run.out;
+    run = runCtl(kNobodyListens, {"help"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("status"), std::string::npos) << run.out;
+    run = runCtl(kNobodyListens, {"help", "wlan", "set"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("--ssid"), std::string::npos) << run.out;
+    // Not a terminal: no interactive mode, but a reason.
+    run = runCtl(kNobodyListens, {});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_BAD_ARGUMENTS);
+    EXPECT_NE(run.err.find("a command is required"), std::string::npos) << run.err;
+}
+
+TEST(CtlArgumentsTest, ZoneNamesAreTheInstrumentsAndOthersAreAnsweredWithTheNearOnes)
+{
+    CtlRunT run = runCtl(kNobodyListens, {"time", "zones"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("W. Europe Standard Time  (UTC+01:00) Amsterdam, Berlin"), std::string::npos) << run.out;
+    run = runCtl(kNobodyListens, {"--json", "time", "zones", "tokyo"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    ASSERT_EQ(run.json()["zones"].size(), 1u) << run.out;
+    EXPECT_EQ(run.json()["zones"][0]["name"], "Tokyo Standard Time");
+    run = runCtl(kNobodyListens, {"time", "zone", "set", "Europe/Berlin"});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_BAD_ARGUMENTS);
+    EXPECT_NE(run.err.find("did you mean \"W. Europe Standard Time\"?"), std::string::npos) << run.err;
+    // Case does not matter: the instrument's spelling goes on the wire (and here meets no instrument).
+    EXPECT_EQ(runCtl(kNobodyListens, {"time", "zone", "set", "w. europe standard time"}).exitCode,
+              SEP::CTL_EXIT_NO_CONNECTION);
+}
+
+TEST(CtlTimeZoneTest, ChangingTheZoneKeepsTheInstant)
+{
+    const SEP::TimeZoneT* berlin = SEP::findTimeZone("W. Europe Standard Time");
+    const SEP::TimeZoneT* tokyo = SEP::findTimeZone("Tokyo Standard Time");
+    const SEP::TimeZoneT* utc = SEP::findTimeZone("UTC");
+    const SEP::TimeZoneT* sydney = SEP::findTimeZone("AUS Eastern Standard Time");
+    ASSERT_TRUE(berlin && tokyo && utc && sydney);
+    const auto text = [](const SEP::DateTimeT& t) { return SEP::formatDateTime(t); };
+    // Winter in Berlin (UTC+1), summer (UTC+2); Tokyo has no daylight saving (UTC+9).
+    EXPECT_EQ(text(SEP::convertLocalTime({2026, 1, 15, 12, 0, 30}, *berlin, *tokyo, true)), "2026-01-15 20:00:30");
+    EXPECT_EQ(text(SEP::convertLocalTime({2026, 7, 15, 12, 0, 0}, *berlin, *utc, true)), "2026-07-15 10:00:00");
+    EXPECT_EQ(text(SEP::convertLocalTime({2026, 7, 15, 12, 0, 0}, *berlin, *utc, false)), "2026-07-15 11:00:00");
+    // Sydney's summer spans the turn of the year (UTC+11 in January).
+    EXPECT_EQ(text(SEP::convertLocalTime({2026, 1, 1, 0, 30, 0}, *utc, *sydney, true)), "2026-01-01 11:30:00");
+    EXPECT_EQ(text(SEP::convertLocalTime({2026, 7, 1, 0, 30, 0}, *utc, *sydney, true)), "2026-07-01 10:30:00");
 }
 
 // The words the shell offers next, as the completion script receives them.
@@ -121,6 +198,14 @@ TEST(CtlCompletionTest, TheShellIsOfferedTheSubcommandsAndOptionsThatFitWhereThe
     const auto led = completions({"led", "--state", "steady", ""});
     EXPECT_THAT(led, Contains("--colour"));
     EXPECT_THAT(led, Contains("--json")) << "halvernctl's own options stay valid after the command";
+    // Values where values belong.
+    EXPECT_EQ(completions({"wlan", "set", "--band", ""}), (std::vector<std::string>{"2.4", "5", "both"}));
+    EXPECT_EQ(completions({"led", "--state", ""}), (std::vector<std::string>{"steady", "blinking"}));
+    EXPECT_THAT(completions({"led", "--state", "steady", "--colour", ""}), Contains("green"));
+    EXPECT_THAT(completions({"autorun", "set", ""}), Contains("off"));
+    EXPECT_THAT(completions({"time", "zone", "set", ""}), Contains("W. Europe Standard Time"));
+    const auto powerOff = completions({"power-off", ""});
+    EXPECT_EQ(std::count(powerOff.begin(), powerOff.end(), "--timeout"), 1) << "offered once";
 }
 
 TEST(CtlDateTimeTest, OnlyRealCalendarTimesParse)
@@ -159,25 +244,55 @@ TEST_F(CtlCommandSetTest, ACompletedCommandPrintsItsRecordAsTextAndAsJsonInBothC
     }
 }
 
-TEST_F(CtlCommandSetTest, WatchShowsEachPanelWithItsValuesOrWhyItHasNone)
+TEST_F(CtlCommandSetTest, StatusShowsEveryPartDecodedOrWhyItHasNone)
 {
-    const CtlRunT run = ctl({"watch", "--count", "2", "--interval", "1", "--plain"});
+    CtlRunT run = ctl({"--json", "status"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    // No power controller behind this port: its panels say so instead of showing stale values.
-    const std::string& out = run.out;
-    const auto first = out.find("Battery:\n");
-    ASSERT_NE(first, std::string::npos) << out;
-    EXPECT_NE(out.find("Battery:\n", first + 1), std::string::npos) << "the second refresh";
-    EXPECT_NE(out.find("Battery:\n  Internal error, failed to communicate with EFI!"), std::string::npos) << out;
-    // Values where the platform has a hosted network, the reason where it has none (as under Wine).
-    const auto wlan = out.find("WLAN access point:\n  ");
-    ASSERT_NE(wlan, std::string::npos) << out;
-    const std::string panel = out.substr(wlan + 21, 60);
-    EXPECT_TRUE(panel.rfind("access point: off", 0) == 0 ||
-                panel.rfind("Internal error, failed to obtain WiFi AP configuration", 0) == 0)
-        << out;
-    EXPECT_NE(out.find("Time:\n  "), std::string::npos) << out;
-    EXPECT_EQ(out.find("\033["), std::string::npos) << "--plain does not redraw";
+    const auto json = run.json();
+    ASSERT_TRUE(json.is_object()) << run.out;
+    for (const char* key :
+         {"name", "pendingName", "apiLevel", "batteryLCharge", "powerSource",    "voltage", "fpgaReady", "enabled",
+          "ssid", "password",    "band",     "channel",        "width",          "country", "localTime", "timeZone",
+          "rtc",  "usbDevices",  "uwf",      "remoteDesktop",  "portForwarding", "mode"})
+        EXPECT_TRUE(json.contains(key)) << key << " in " << run.out;
+    EXPECT_EQ(json["apiLevel"], 51);
+    EXPECT_EQ(json["name"], "ZENTOR-1000001");
+    EXPECT_TRUE(json["usbDevices"].is_array()) << run.out;
+    // No power controller behind this port: its parts say so instead of showing stale values.
+    EXPECT_TRUE(json["batteryLCharge"].is_null()) << run.out;
+
+    run = ctl({"status"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("instrument name: \"ZENTOR-1000001\"\n"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("batteries: unavailable (Internal error, failed to communicate with EFI!)\n"),
+              std::string::npos)
+        << run.out;
+    EXPECT_NE(run.out.find("\nAPI level: 51\n"), std::string::npos) << run.out;
+    EXPECT_TRUE(run.out.find("\nmode: ") != std::string::npos ||
+                run.out.find("\nproduction features: unavailable (") != std::string::npos)
+        << run.out;
+    EXPECT_EQ(ctl({"--value", "apiLevel", "status"}).out, "51\n");
+    run = ctl({"--value", "nothing", "status"});
+    EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_BAD_ARGUMENTS);
+    EXPECT_NE(run.err.find("status has no value nothing; it has: name, "), std::string::npos) << run.err;
+}
+
+TEST_F(CtlCommandSetTest, WatchRepeatsTheStatusAsBlocksOrJsonLinesWithoutEscapesIntoAPipe)
+{
+    CtlRunT run = ctl({"watch", "--count", "2", "--interval", "1"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    const auto first = run.out.find("API level: 51\n");
+    ASSERT_NE(first, std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("API level: 51\n", first + 1), std::string::npos) << "the second refresh";
+    EXPECT_EQ(run.out.find("\033["), std::string::npos) << "not a terminal: no redrawing";
+
+    run = ctl({"--json", "watch", "--count", "2", "--interval", "1"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    std::istringstream lines(run.out);
+    int objects = 0;
+    for (std::string line; std::getline(lines, line); ++objects)
+        EXPECT_EQ(nlohmann::json::parse(line, nullptr, false)["apiLevel"], 51) << line;
+    EXPECT_EQ(objects, 2);
 }
 
 TEST_F(CtlCommandSetTest, AnErrorReplyExitsWithItsCodeAndTheServersText)
@@ -185,7 +300,9 @@ TEST_F(CtlCommandSetTest, AnErrorReplyExitsWithItsCodeAndTheServersText)
     // No USB stick is plugged.
     CtlRunT run = ctl({"format-usb"});
     EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
-    EXPECT_EQ(run.err, "halvernctl: format-usb: General failure ( failed to run format usb device)\n");
+    EXPECT_EQ(run.err,
+              "halvernctl: format-usb: General failure ( failed to run format usb device)\n"
+              "  hint: is a USB stick plugged in? `halvernctl usb count` lists the devices\n");
     EXPECT_TRUE(run.out.empty());
 
     run = ctl({"--json", "format-usb"});
@@ -194,7 +311,8 @@ TEST_F(CtlCommandSetTest, AnErrorReplyExitsWithItsCodeAndTheServersText)
     ASSERT_TRUE(json.is_object()) << run.out;
     EXPECT_EQ(json["ok"], false);
     EXPECT_EQ(json["id"], 1058);
-    EXPECT_EQ(json["error"], "General failure ( failed to run format usb device)");
+    EXPECT_EQ(json["error"], "format-usb: General failure ( failed to run format usb device)");
+    EXPECT_EQ(json["hint"], "is a USB stick plugged in? `halvernctl usb count` lists the devices");
 }
 
 TEST_F(CtlCommandSetTest, UsbCommandsPrintTheirCountsOrTheServersRefusal)
@@ -211,7 +329,9 @@ TEST_F(CtlCommandSetTest, UsbCommandsPrintTheirCountsOrTheServersRefusal)
 
     run = ctl({"usb", "at", "0"});
     EXPECT_EQ(run.exitCode, SEP::CTL_EXIT_ERROR_REPLY);
-    EXPECT_EQ(run.err, "halvernctl: usb at: General failure ( Failed to retrieve USB Device at given index.)\n");
+    EXPECT_EQ(run.err,
+              "halvernctl: usb at: General failure ( Failed to retrieve USB Device at given index.)\n"
+              "  hint: the index is beyond the list: `halvernctl usb count` tells its length\n");
 }
 
 TEST_F(CtlCommandSetTest, PowerOffAsksForWhatItNamesAndTheApplicationsAnswerIsStored)

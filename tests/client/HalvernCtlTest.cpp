@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -135,7 +136,10 @@ TEST_F(HalvernCtlTest, EventsModeNamesTheInstrumentsEventsAndReadsOthersByTheGiv
     };
 
     listen({"events", "--count", "3"});
-    EXPECT_EQ(out.str(),
+    // Each known event carries the moment it arrived.
+    const std::regex stamp(" at 20[0-9][0-9]-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-5][0-9]\\.[0-9]{3}Z\n");
+    EXPECT_TRUE(std::regex_search(out.str(), stamp)) << out.str();
+    EXPECT_EQ(std::regex_replace(out.str(), stamp, "\n"),
               "event 1000 button\n  power button: pressed (1)\n"
               "event 1003 shutdown\n  shutdown in: 16000 ms\n"
               "event 1200 coding binary from - to -\n  return code: 1097\n  facility: 10\n  level: 0\n");
@@ -148,7 +152,9 @@ TEST_F(HalvernCtlTest, EventsModeNamesTheInstrumentsEventsAndReadsOthersByTheGiv
         printed.push_back(nlohmann::json::parse(line, nullptr, false));
     ASSERT_EQ(printed.size(), 3u) << out.str();
     EXPECT_EQ(printed[0]["event"], "button");
-    EXPECT_EQ(printed[0]["button"], 1);
+    EXPECT_EQ(printed[0]["button"], "pressed");
+    EXPECT_EQ(printed[0]["buttonCode"], 1);
+    EXPECT_TRUE(printed[0]["time"].is_string()) << printed[0];
     EXPECT_EQ(printed[1]["timeoutMs"], 16000);
     EXPECT_EQ(printed[2]["id"], 1200);
 
@@ -170,7 +176,7 @@ TEST_F(HalvernCtlTest, EventsModePrintsTheOverlayStateWithItsFigures)
     }));
     listener.join();
     EXPECT_EQ(exitCode, 0);
-    EXPECT_EQ(out.str(),
+    EXPECT_EQ(std::regex_replace(out.str(), std::regex(" at [-0-9T:.]+Z\n"), "\n"),
               "event 1006 uwf-overlay\n  write filter overlay: warning (2)\n  overlay used: 600 MB\n"
               "  overlay available: 400 MB\n");
 }

@@ -9,22 +9,8 @@ halvernctl=$2
 tables=$3
 dissector=$4
 
-for tool in tshark dumpcap python3; do
-    command -v "$tool" > /dev/null || { echo "SKIP: $tool is not installed"; exit 77; }
-done
-
-"$tables" --check "$dissector"
-
-work=$(mktemp -d)
+. "$(dirname "$0")/dissector_support.sh"
 export HALVERN_SEP_PORT_55557=0 HALVERN_SEP_PORT_55558=0
-pids=()
-. "$(dirname "$0")/../support/end_processes.sh"
-cleanup() {
-    end_processes "${pids[@]}"
-    rm -rf "$work"
-}
-trap cleanup EXIT
-fail() { echo "FAIL: $*" >&2; exit 1; }
 
 root=$work/instrument
 "$halvern_sim" --root "$root" -- -noupdate > "$work/sim.out" 2>&1 &
@@ -42,14 +28,7 @@ for _ in $(seq 1 100); do
 done
 
 capture=$work/session.pcapng
-dumpcap -q -i lo -f "tcp port $port" -w "$capture" > "$work/dumpcap.out" 2>&1 &
-dumpcap_pid=$!
-pids+=("$dumpcap_pid")
-for _ in $(seq 1 100); do
-    grep -q "Capturing on" "$work/dumpcap.out" 2>/dev/null && break
-    sleep 0.1
-done
-sleep 0.5
+start_capture "$port" "$capture"
 
 ctl api-level > /dev/null
 ctl --ascii name get > /dev/null
@@ -103,8 +82,7 @@ s.sendall(ascii_event(1000, b"1097,10,0,2")); time.sleep(0.5)
 s.close()
 PY
 sleep 1
-kill -TERM "$dumpcap_pid"
-wait "$dumpcap_pid" 2>/dev/null || true
+stop_capture
 
 dissect() { tshark -X lua_script:"$dissector" -r "$capture" -d "tcp.port==$port,sep" "$@" 2>/dev/null; }
 fields=$(dissect -Y sep -T fields -E separator='|' -E occurrence=a -e sep.coding -e sep.kind -e sep.id -e sep.name \
@@ -125,7 +103,7 @@ expect "binary|3|1021|HOSTNAME_CFG_SET|good|889|10|1|Invalid set of the instrume
 expect "ASCII|3|1021|HOSTNAME_CFG_SET|good|889|10|1|Invalid set of the instrument's name.|"
 expect "binary|1|1021|HOSTNAME_CFG_SET|good||||||not a name|"
 # Events in both codings: the button's code by name (press from the server, release by hand).
-events=$(dissect -Y "sep.kind == 2 && sep.id == 1000" -T fields -e sep.coding -e sep.name -e sep.field.code)
+events=$(dissect -Y "sep.kind == 2 && sep.id == 1000" -T fields -e sep.coding -e sep.name -e sep.field.code.i32)
 grep -qP '^binary\tbutton\t1$' <<< "$events" || fail "no binary button event: $events"
 grep -qP '^ASCII\tbutton\t2$' <<< "$events" || fail "no ASCII button event: $events"
 # Two frames of one segment are two SEP items of one packet; the split frame is reassembled.

@@ -114,25 +114,90 @@ f.trailing = ProtoField.bytes("sep.trailing", "Undecoded parameters")
 local badChecksum = ProtoExpert.new("sep.checksum.bad", "Bad checksum", expert.group.CHECKSUM, expert.severity.ERROR)
 local malformed = ProtoExpert.new("sep.malformed", "Malformed SEP message", expert.group.MALFORMED,
                                   expert.severity.ERROR)
-sep.experts = {badChecksum, malformed}
 
--- One field per value name of the records: "sep.field.ssid", "sep.field.texts_2".
+-- One typed field per value name of the records: "sep.field.ssid" (a string), "sep.field.level" (an
+-- integer, so that "sep.field.level > 100" compares numbers), "sep.field.texts_2". A name that two records
+-- give different types keeps the type it has first and gets ".<type>" for the others ("sep.field.a.bool").
 local valueFields = {}
-local function valueField(name)
-    if not valueFields[name] then
-        local abbrev = "sep.field." .. name:gsub("%[", "_"):gsub("[^%w_]", "")
-        valueFields[name] = ProtoField.string(abbrev, name)
-        f["field_" .. abbrev] = valueFields[name]
-    end
-    return valueFields[name]
+local fieldMakers = {
+    bool = function(abbrev, name) return ProtoField.bool(abbrev, name) end,
+    u8 = function(abbrev, name) return ProtoField.uint8(abbrev, name) end,
+    u16 = function(abbrev, name) return ProtoField.uint16(abbrev, name) end,
+    u32 = function(abbrev, name) return ProtoField.uint32(abbrev, name) end,
+    i8 = function(abbrev, name) return ProtoField.int8(abbrev, name) end,
+    i16 = function(abbrev, name) return ProtoField.int16(abbrev, name) end,
+    i32 = function(abbrev, name) return ProtoField.int32(abbrev, name) end,
+    str = function(abbrev, name) return ProtoField.string(abbrev, name) end,
+    bytes = function(abbrev, name) return ProtoField.string(abbrev, name) end,
+}
+local function kindOf(wire)
+    return wire:match("^bytes:") and "bytes" or wire
 end
-for _, command in pairs(commands) do
-    for _, value in ipairs(command.request) do valueField(value[1]) end
-    for _, value in ipairs(command.reply) do valueField(value[1]) end
+local firstKind = {}
+local function valueField(name, wire)
+    local kind = kindOf(wire)
+    local key = name .. "/" .. kind
+    if not valueFields[key] then
+        local abbrev = "sep.field." .. name:gsub("%[", "_"):gsub("[^%w_]", "")
+        firstKind[abbrev] = firstKind[abbrev] or kind
+        if firstKind[abbrev] ~= kind then abbrev = abbrev .. "." .. kind end
+        valueFields[key] = fieldMakers[kind](abbrev, name)
+        f["field_" .. abbrev] = valueFields[key]
+    end
+    return valueFields[key]
+end
+for _, id in ipairs((function()
+    local ids = {}
+    for id in pairs(commands) do ids[#ids + 1] = id end
+    table.sort(ids)
+    return ids
+end)()) do
+    for _, value in ipairs(commands[id].request) do valueField(value[1], value[2]) end
+    for _, value in ipairs(commands[id].reply) do valueField(value[1], value[2]) end
 end
 for _, event in pairs(events) do
-    for _, value in ipairs(event.record) do valueField(value[1]) end
+    for _, value in ipairs(event.record) do valueField(value[1], value[2]) end
 end
+
+-- The records that carry a time: the RTC's calendar fields, and Windows' local time as a C tm (seconds
+-- first, month from 0, year from 1900). Shown as one date beside the fields.
+f.time = ProtoField.absolute_time("sep.time", "Time (as the instrument gives it)", base.UTC)
+local timeRecords = {
+    [1018] = "calendar", [1019] = "calendar", [1053] = "tm", [1054] = "tm",
+}
+local function daysFromCivil(y, m, d)
+    if m <= 2 then y = y - 1 end
+    local era = math.floor(y / 400)
+    local yoe = y - era * 400
+    local mp = (m + 9) % 12
+    local doy = math.floor((153 * mp + 2) / 5) + d - 1
+    local doe = yoe * 365 + math.floor(yoe / 4) - math.floor(yoe / 100) + doy
+    return era * 146097 + doe - 719468
+end
+local function timeOf(values, kind)
+    if #values < 6 then return nil end
+    local y, mo, d, h, mi, s
+    if kind == "calendar" then
+        y, mo, d, h, mi, s = values[1], values[2], values[3], values[4], values[5], values[6]
+    else
+        s, mi, h, d, mo, y = values[1], values[2], values[3], values[4], values[5] + 1, values[6] + 1900
+    end
+    if mo < 1 or mo > 12 or d < 1 or d > 31 then return nil end
+    return NSTime.new(daysFromCivil(y, mo, d) * 86400 + h * 3600 + mi * 60 + s, 0)
+end
+
+-- Replies linked to their commands: per TCP stream and message id, the commands not yet answered, in the
+-- order they were sent. Filled on the first pass; later passes read what it found.
+f.response_in = ProtoField.framenum("sep.response_in", "Response in", base.NONE, frametype.RESPONSE)
+f.request_in = ProtoField.framenum("sep.request_in", "Request in", base.NONE, frametype.REQUEST)
+f.response_time = ProtoField.relative_time("sep.response_time", "Response time")
+local tcpStream = Field.new("tcp.stream")
+local pending = {}
+local links = {}
+
+local errorReply = ProtoExpert.new("sep.reply.error.expert", "Error reply", expert.group.RESPONSE_CODE,
+                                   expert.severity.WARN)
+sep.experts = {badChecksum, malformed, errorReply}
 
 -- CRC-16/ARC, table driven.
 local crcTable = {}
@@ -178,8 +243,8 @@ local function le(bytes, at, width, signed)
     return math.floor(value)
 end
 
--- Readers of one coding's parameters: each returns the value as text, its offset and length in the
--- frame (1-based), or nil at the end of the parameters or on bad input.
+-- Readers of one coding's parameters: each returns the value (a number, a boolean or a text), its offset
+-- and length in the frame (1-based), or nil at the end of the parameters or on bad input.
 local widths = {bool = 1, u8 = 1, i8 = 1, u16 = 2, i16 = 2, u32 = 4, i32 = 4}
 
 local function binaryReader(bytes, at)
@@ -191,8 +256,8 @@ local function binaryReader(bytes, at)
             if start + width - 1 > #bytes then return nil end
             reader.pos = start + width
             local value = le(bytes, start, width, wire:sub(1, 1) == "i")
-            if wire == "bool" then value = value ~= 0 and "true" or "false" end
-            return tostring(value), start, width
+            if wire == "bool" then return value ~= 0, start, width end
+            return value, start, width
         end
         local count = wire:match("^bytes:(%d+)$")
         if count then
@@ -244,35 +309,49 @@ local function asciiReader(bytes, at)
             return raw:match("^([%g%s]*)%z") or text, start, #text
         end
         if not text:match("^%-?%d+$") then return nil end
-        if wire == "bool" then text = text ~= "0" and "true" or "false" end
-        return text, start, #text
+        if wire == "bool" then return text ~= "0", start, #text end
+        return tonumber(text), start, #text
     end
     return reader
 end
 
 -- Adds the values of `record` (a list of {name, wire type}) to `tree`; false when they did not all read.
-local function addRecord(tree, tvb, reader, record)
+local function addRecord(tree, tvb, reader, record, timeKind)
+    local numbers = {}
     for _, value in ipairs(record) do
-        local text, at, length = reader.read(value[2])
-        if not text then return false end
-        tree:add(valueField(value[1]), tvb(at - 1, length), text)
+        local read, at, length = reader.read(value[2])
+        if read == nil then return false end
+        tree:add(valueField(value[1], value[2]), tvb(at - 1, length), read)
+        if type(read) == "number" and #numbers < 6 then numbers[#numbers + 1] = read end
+    end
+    if timeKind then
+        local time = timeOf(numbers, timeKind)
+        if time then tree:add(f.time, tvb(0, 0), time) end
     end
     return true
 end
 
 -- Replies and events start with the reply header (return code, facility, level); an error reply then
 -- carries its text, a success reply or an event its record. Commands carry their request record.
+-- The part of the frame from `pos` on, or an empty range at its end: a record without fields still
+-- gets its subtree.
+local function restOf(tvb, pos)
+    if pos - 1 < tvb:len() then return tvb(pos - 1) end
+    return tvb(tvb:len(), 0)
+end
+
+-- Returns whether the parameters matched, and the error text of an error reply.
 local function dissectParameters(tree, tvb, reader, kind, id)
     local command = commands[id]
     if kind == 1 then
-        return command == nil or addRecord(tree:add(sep, tvb(reader.pos - 1), "Request record"), tvb, reader,
-                                           command.request)
+        return command == nil or addRecord(tree:add(sep, restOf(tvb, reader.pos), "Request record"), tvb, reader,
+                                           command.request, timeRecords[id])
     end
     local header = {}
     for _, wire in ipairs({"i32", "i32", "u16"}) do
-        local text, at, length = reader.read(wire)
-        if not text then return false end
-        header[#header + 1] = {tonumber(text), at, length}
+        local value, at, length = reader.read(wire)
+        if value == nil then return false end
+        header[#header + 1] = {value, at, length}
     end
     tree:add(f.return_code, tvb(header[1][2] - 1, header[1][3]), header[1][1])
     tree:add(f.facility, tvb(header[2][2] - 1, header[2][3]), header[2][1])
@@ -280,16 +359,17 @@ local function dissectParameters(tree, tvb, reader, kind, id)
     if header[1][1] ~= 1097 then
         local text, at, length = reader.read("str")
         if not text then return false end
-        tree:add(f.error, tvb(at - 1, length), text)
-        return true
+        local item = tree:add(f.error, tvb(at - 1, length), text)
+        item:add_proto_expert_info(errorReply, "Error reply: " .. text)
+        return true, text
     end
     if kind == 2 then
         local event = events[id]
-        return event == nil or addRecord(tree:add(sep, tvb(reader.pos - 1), "Event record"), tvb, reader,
+        return event == nil or addRecord(tree:add(sep, restOf(tvb, reader.pos), "Event record"), tvb, reader,
                                          event.record)
     end
-    return command == nil or addRecord(tree:add(sep, tvb(reader.pos - 1), "Reply record"), tvb, reader,
-                                       command.reply)
+    return command == nil or addRecord(tree:add(sep, restOf(tvb, reader.pos), "Reply record"), tvb, reader,
+                                       command.reply, timeRecords[id])
 end
 
 local function addHeader(tree, tvb, kind, kindAt, id, idAt, addresses)
@@ -375,8 +455,34 @@ local function dissectAscii(bytes, tvb, tree, start)
     return kind, id, name, asciiReader(bytes, at + 6)
 end
 
+-- Links a command and its reply (first pass) and shows the link (every pass). `key` names the frame
+-- within its packet.
+local function link(item, frame, pinfo, key, kind, id)
+    if kind ~= 1 and kind ~= 3 then return end
+    if not pinfo.visited then
+        local stream = tcpStream()
+        local queueKey = (stream and stream.value or 0) .. ":" .. id
+        if kind == 1 then
+            pending[queueKey] = pending[queueKey] or {}
+            table.insert(pending[queueKey], {key = key, number = pinfo.number, time = pinfo.abs_ts})
+        elseif pending[queueKey] and #pending[queueKey] > 0 then
+            local command = table.remove(pending[queueKey], 1)
+            links[command.key] = {response = pinfo.number}
+            links[key] = {request = command.number, elapsed = pinfo.abs_ts - command.time}
+        end
+    end
+    local found = links[key]
+    if not found then return end
+    if found.response then item:add(f.response_in, frame(0, 0), found.response) end
+    if found.request then
+        item:add(f.request_in, frame(0, 0), found.request)
+        local seconds = math.floor(found.elapsed)
+        item:add(f.response_time, frame(0, 0), NSTime.new(seconds, math.floor((found.elapsed - seconds) * 1e9 + 0.5)))
+    end
+end
+
 -- One frame (CR LF removed, escapes still in) as one SEP item.
-local function dissectFrame(raw, pinfo, tree)
+local function dissectFrame(raw, pinfo, tree, key)
     local bytes = unescape(raw)
     local frame = ByteArray.new(bytes, true):tvb("SEP frame")
     local item = tree:add(sep, frame(), "SEP")
@@ -391,12 +497,15 @@ local function dissectFrame(raw, pinfo, tree)
         item:add_proto_expert_info(malformed, "No SEP header in this frame")
         return "malformed"
     end
-    if not dissectParameters(item, frame, reader, kind, id) then
+    local matched, errorText = dissectParameters(item, frame, reader, kind, id)
+    if not matched then
         item:add_proto_expert_info(malformed, "Parameters do not match the record")
     elseif reader.pos <= #bytes then
         item:add(f.trailing, frame(reader.pos - 1))
     end
+    link(item, frame, pinfo, key, kind, id)
     local summary = kinds[kind] .. " " .. name .. " (" .. id .. ")"
+    if errorText then summary = summary .. " ERROR: " .. errorText end
     item:append_text(", " .. summary)
     return summary
 end
@@ -415,7 +524,8 @@ function sep.dissector(tvb, pinfo, tree)
             offset = #data + 1
             break
         end
-        summaries[#summaries + 1] = dissectFrame(data:sub(offset, stop - 1), pinfo, tree)
+        summaries[#summaries + 1] = dissectFrame(data:sub(offset, stop - 1), pinfo, tree,
+                                                 pinfo.number .. ":" .. offset)
         offset = stop + 2
     end
     if #summaries > 0 then
