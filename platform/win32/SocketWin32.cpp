@@ -7,6 +7,7 @@
 
 #include "platform/Socket.h"
 #include "platform/WinError.h"
+#include "platform/win32/WineGuard.h"
 
 namespace platform {
 namespace {
@@ -161,6 +162,12 @@ bool resolveTcpEndpoint(const std::string& host, const std::string& service, std
 
 bool connectSocket(SocketValue socket, std::uint32_t address, std::uint16_t port)
 {
+    // Under Wine the connection would leave the machine running the tests: only loopback (127/8) is
+    // reached there, whatever the settings name, and anything else is refused as a firewall would.
+    if ((address >> 24) != 127 && win32::runningUnderWine()) {
+        setLastError(static_cast<std::uint32_t>(WSAEACCES));
+        return false;
+    }
     const sockaddr_in endpoint = ipv4(address, port);
     return connect(native(socket), reinterpret_cast<const sockaddr*>(&endpoint), sizeof endpoint) == 0 ||
            failWithWsaError();

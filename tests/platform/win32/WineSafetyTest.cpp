@@ -12,6 +12,7 @@
 #include "platform/Privilege.h"
 #include "platform/Process.h"
 #include "platform/Service.h"
+#include "platform/Socket.h"
 #include "platform/Sync.h"
 #include "platform/Time.h"
 #include "platform/Usb.h"
@@ -92,6 +93,28 @@ TEST_F(WineSafetyTest, NeitherShutdownNorRebootNorARenameReachesTheMachine)
     std::wstring after;
     ASSERT_TRUE(platform::getComputerName(platform::ComputerNameE::PhysicalDnsHostname, after));
     EXPECT_EQ(after, name);
+}
+
+TEST_F(WineSafetyTest, ConnectionsReachOnlyLoopbackWhateverTheSettingsName)
+{
+    // The instrument's own sensor board address, as a Windows build without its settings would use it.
+    std::uint32_t board = 0;
+    ASSERT_TRUE(platform::parseIpv4("192.168.2.1", board));
+    platform::UniqueSocket socket = platform::createTcpSocket();
+    ASSERT_NE(socket.get(), platform::kInvalidSocket);
+    platform::setLastError(0);
+    EXPECT_FALSE(platform::connectSocket(socket.get(), board, 23));
+    EXPECT_EQ(platform::lastError(), 10013u) << "refused before any packet, as a firewall answers";
+
+    // Loopback is the simulated instrument's, and stays reachable.
+    platform::UniqueSocket listening = platform::createTcpSocket();
+    std::uint32_t loopback = 0;
+    ASSERT_TRUE(platform::parseIpv4("127.0.0.1", loopback));
+    ASSERT_TRUE(platform::bindSocket(listening.get(), loopback, 0));
+    ASSERT_TRUE(platform::listenSocket(listening.get(), 1));
+    platform::UniqueSocket client = platform::createTcpSocket();
+    EXPECT_TRUE(platform::connectSocket(client.get(), loopback, platform::localPort(listening.get())))
+        << platform::lastError();
 }
 
 TEST_F(WineSafetyTest, ServicesAreNeitherStartedNorReconfigured)
