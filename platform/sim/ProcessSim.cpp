@@ -504,20 +504,9 @@ SnapshotResultE snapshotProcesses(std::vector<ProcessEntryT>& processes)
 bool terminateProcessById(std::uint32_t processId, std::uint32_t)
 {
     const std::string listPath = simFile("session/processes");
-    std::ifstream in(listPath);
-    std::string kept;
-    bool listed = false;
-    for (std::string line; std::getline(in, line);) {
-        std::istringstream fields(line);
-        std::uint32_t pid = 0;
-        if (fields >> pid && pid == processId) {
-            listed = true;
-            continue;
-        }
-        kept += line + "\n";
-    }
-    in.close();
-    if (!listed) {
+    const std::vector<ProcessEntryT> processes = systemProcesses();
+    if (std::none_of(processes.begin(), processes.end(),
+                     [processId](const ProcessEntryT& process) { return process.processId == processId; })) {
         setLastError(kErrorInvalidParameter);
         return false;
     }
@@ -532,7 +521,18 @@ bool terminateProcessById(std::uint32_t processId, std::uint32_t)
     }
     // Collected here when it is this program's child (no one else waits for it); ECHILD otherwise.
     ::waitpid(pid, nullptr, 0);
-    writeFile(listPath, kept);
+    // The list is shared with the stand-ins that add themselves to it.
+    sim::updateSharedFile(listPath, [processId](const std::string& list) {
+        std::istringstream lines(list);
+        std::string kept;
+        for (std::string line; std::getline(lines, line);) {
+            std::istringstream fields(line);
+            std::uint32_t pid = 0;
+            if (fields >> pid && pid == processId) continue;
+            kept += line + "\n";
+        }
+        return kept;
+    });
     return true;
 }
 

@@ -1,12 +1,17 @@
 #include "platform/sim/SimRoot.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <strings.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
 #include <mutex>
 
 namespace platform::sim {
@@ -128,6 +133,68 @@ bool makeDirectories(const std::string& path)
     }
     struct stat st {};
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+namespace {
+
+// An open descriptor with its lock; both end with the owner.
+class LockedFileC {
+public:
+    explicit LockedFileC(const std::string& path) : m_fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644))
+    {
+        if (m_fd < 0) return;
+        while (::flock(m_fd, LOCK_EX) != 0) {
+            if (errno != EINTR) {
+                ::close(m_fd);
+                m_fd = -1;
+                return;
+            }
+        }
+    }
+    ~LockedFileC()
+    {
+        if (m_fd >= 0) ::close(m_fd);
+    }
+    LockedFileC(const LockedFileC&) = delete;
+    LockedFileC& operator=(const LockedFileC&) = delete;
+    bool locked() const { return m_fd >= 0; }
+
+private:
+    int m_fd;
+};
+
+}  // namespace
+
+bool updateSharedFile(const std::string& path, const std::function<std::string(const std::string&)>& change)
+{
+    const auto slash = path.rfind('/');
+    if (slash == std::string::npos || !makeDirectories(path.substr(0, slash))) return false;
+    // Every process of the instrument takes the same lock file, so no change is lost between a read and
+    // the rename; the lock is held only for the read, the write and the rename.
+    const LockedFileC lock(path + ".lock");
+    if (!lock.locked()) return false;
+    std::string current;
+    {
+        std::ifstream in(path, std::ios::binary);
+        std::ostringstream content;
+        content << in.rdbuf();
+        current = content.str();
+    }
+    const std::string next = change(current);
+    const std::string temporary = path + ".new." + std::to_string(::getpid());
+    {
+        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+        out << next;
+        if (!out.flush()) {
+            ::unlink(temporary.c_str());
+            return false;
+        }
+    }
+    if (::rename(temporary.c_str(), path.c_str()) != 0) {
+        ::unlink(temporary.c_str());
+        return false;
+    }
+    return true;
 }
 
 }  // namespace platform::sim

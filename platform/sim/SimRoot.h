@@ -1,6 +1,7 @@
 #pragma once
 // The sim root: the folder in which the simulated instrument keeps what Windows keeps on the instrument
 // (drives, registry, named objects, pipes, devices). Host-only; logic code never sees it.
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,12 @@ std::vector<std::string> splitWindowsPath(const std::string& path);
 
 // Creates `path` and its missing parents (mkdir -p); false on failure.
 bool makeDirectories(const std::string& path);
+
+// Changes a file that several processes of one instrument change (the session's process list): under an
+// exclusive lock on "<path>.lock", `change` gets the current content (empty when the file is missing) and
+// returns the new; the new content replaces the file in one step, so a reader without the lock sees the old
+// content or the new, never a part. False when the lock, the write or the rename fails.
+bool updateSharedFile(const std::string& path, const std::function<std::string(const std::string&)>& change);
 
 // The command line the host entry received.
 void setCommandLine(int argc, char** argv);

@@ -154,16 +154,12 @@ int runNetsh(const std::string& root, const std::vector<std::string>& arguments,
 
 int runExplorer(const std::string& root)
 {
-    const std::string list = root + "/sim/session/processes";
-    if (!platform::sim::makeDirectories(root + "/sim/session")) return 1;
-    {
-        std::ifstream existing(list);
-        if (!existing) {
-            // A session without a list has the system's own processes; the list must keep them.
-            std::ofstream(list) << "4 0 System\n612 1 winlogon.exe\n";
-        }
-    }
-    std::ofstream(list, std::ios::app) << ::getpid() << " 1 explorer.exe\n";
+    const std::string entry = std::to_string(::getpid()) + " 1 explorer.exe\n";
+    const bool listed = platform::sim::updateSharedFile(root + "/sim/session/processes", [&](const std::string& list) {
+        // A session without a list has the system's own processes; the list must keep them.
+        return (list.empty() ? std::string("4 0 System\n612 1 winlogon.exe\n") : list) + entry;
+    });
+    if (!listed) return 1;
     for (;;)
         ::pause();
 }

@@ -16,6 +16,8 @@ namespace halvern::test {
 void prepareInstrument();
 // Removes what prepareInstrument() made.
 void releaseInstrument();
+// Whether a test's instrument is prepared now (its log can be read).
+bool instrumentPrepared();
 // Whether setting the clock reaches a clock: the simulated instrument's does; under Wine the call is refused,
 // since the clock there is the machine's running the tests.
 bool clockCanBeSet();

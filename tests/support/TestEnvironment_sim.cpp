@@ -56,6 +56,11 @@ bool clockCanBeSet()
     return true;
 }
 
+bool instrumentPrepared()
+{
+    return !g_root.empty();
+}
+
 void releaseInstrument()
 {
     if (g_root.empty()) return;

@@ -33,4 +33,10 @@ bool clockCanBeSet()
     return false;
 }
 
+bool instrumentPrepared()
+{
+    // D:\logs is the prefix's own folder: always there.
+    return true;
+}
+
 }  // namespace halvern::test
