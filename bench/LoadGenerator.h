@@ -30,6 +30,8 @@ struct LoadPlanT {
 struct LoadReportT {
     std::uint64_t completed = 0;
     std::uint64_t badReplies = 0;
+    // Events that arrived between the replies (not requests, not failures).
+    std::uint64_t events = 0;
     double elapsedSeconds = 0;
     // What went wrong, empty when every request was answered correctly.
     std::string failure;
@@ -59,6 +61,8 @@ std::vector<std::uint8_t> commandFrame(SEP::CodingE coding, std::uint16_t comman
 std::vector<std::uint8_t> apiLevelReplyFrame(SEP::CodingE coding);
 
 // True when `frame` is a success reply to `commandId` in the coding of `coder`.
+// True for an event frame (events come unasked, between replies).
+bool isEvent(SEP::DataCoderI& coder, const std::vector<std::uint8_t>& frame);
 bool isSuccessReply(SEP::DataCoderI& coder, const std::vector<std::uint8_t>& frame, std::uint16_t commandId);
 
 }  // namespace HalvernBench

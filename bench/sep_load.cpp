@@ -82,7 +82,8 @@ int main(int argc, char** argv)
                           {"pipeline", plan.pipeline},
                           {"coding", ascii ? "ascii" : "binary"},
                           {"command", plan.commandId},
-                          {"bad_replies", report.badReplies}};
+                          {"bad_replies", report.badReplies},
+                          {"events", report.events}};
     HalvernBench::addFigures(result, report);
     if (!ok) result["failure"] = report.failure;
     std::cout << result << '\n';

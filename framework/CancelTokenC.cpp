@@ -6,6 +6,7 @@
 namespace BSS {
 namespace {
 thread_local CancelTokenC* t_current = nullptr;
+thread_local std::function<void()> t_beforeWait;
 }
 
 CancelTokenC::CancelTokenC() : m_event(platform::createEvent(nullptr, true, false, std::wstring())) {}
@@ -37,8 +38,19 @@ bool CancelTokenC::currentCancelled()
     return t_current != nullptr && t_current->cancelled();
 }
 
+void CancelTokenC::setBeforeWait(std::function<void()> hook)
+{
+    t_beforeWait = std::move(hook);
+}
+
+void announceWait()
+{
+    if (t_beforeWait) t_beforeWait();
+}
+
 bool cancellableSleep(std::uint32_t milliseconds)
 {
+    announceWait();
     CancelTokenC* token = CancelTokenC::current();
     if (token == nullptr || !token->event()) {
         platform::sleepMs(milliseconds);

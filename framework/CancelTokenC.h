@@ -5,6 +5,7 @@
 // Code that waits asks the token of its own thread; a thread without one is never cancelled.
 #include <atomic>
 #include <cstdint>
+#include <functional>
 
 #include "platform/Handle.h"
 
@@ -26,11 +27,18 @@ public:
     static CancelTokenC* current();
     static void setCurrent(CancelTokenC* token);
     static bool currentCancelled();
+    // What the calling thread's work does before it waits for something outside (a program, a serial
+    // reply, the sensor board's shell): a SEP command thread sends the replies it held back for the
+    // commands before, so that they never wait for a slow one. Empty: nothing.
+    static void setBeforeWait(std::function<void()> hook);
 
 private:
     std::atomic<bool> m_cancelled{false};
     platform::UniqueHandle m_event;
 };
+
+// Called by code that is about to wait for something outside: runs the thread's before-wait hook.
+void announceWait();
 
 // Sleeps `milliseconds` on the installed clock, or less when the calling thread's work is cancelled;
 // false when it was.

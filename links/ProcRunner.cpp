@@ -117,6 +117,7 @@ bool ProcRunner::wait(std::uint32_t timeoutMs, const BSS::CancelTokenC* cancel)
         logLine("Tried to wait for prcoess, but handle is NULL!");
         return false;
     }
+    BSS::announceWait();
     const std::uint32_t result = cancel != nullptr && cancel->event() != nullptr
                                      ? platform::waitForAnyObject({m_process.get(), cancel->event()}, timeoutMs)
                                      : platform::waitForSingleObject(m_process.get(), timeoutMs);

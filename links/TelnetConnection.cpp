@@ -61,6 +61,7 @@ std::uint32_t realWaitMs(int waitMs)
 int selectCancellable(std::vector<platform::SocketPollT>* read, std::vector<platform::SocketPollT>* write,
                       std::uint32_t waitMs)
 {
+    BSS::announceWait();
     const BSS::CancelTokenC* cancel = BSS::CancelTokenC::current();
     if (cancel == nullptr) return platform::selectSockets(read, write, nullptr, waitMs);
     constexpr std::uint32_t kSliceMs = 100;

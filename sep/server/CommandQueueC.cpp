@@ -6,8 +6,13 @@
 
 namespace HalvernRpc {
 
-CommandQueueC::CommandQueueC(RunFn run, ResumeFn resume, BSS::CancelTokenC* cancel, EndedFn ended)
-    : m_run(std::move(run)), m_cancel(cancel), m_resume(std::move(resume)), m_onEnded(std::move(ended))
+CommandQueueC::CommandQueueC(RunFn run, ResumeFn resume, BSS::CancelTokenC* cancel, EndedFn ended,
+                             BeforeWaitFn beforeWait)
+    : m_run(std::move(run)),
+      m_cancel(cancel),
+      m_resume(std::move(resume)),
+      m_onEnded(std::move(ended)),
+      m_beforeWait(std::move(beforeWait))
 {}
 
 CommandQueueC::~CommandQueueC()
@@ -57,6 +62,7 @@ bool CommandQueueC::waitEnded(std::uint32_t milliseconds)
 void CommandQueueC::serve()
 {
     BSS::CancelTokenC::setCurrent(m_cancel);
+    BSS::CancelTokenC::setBeforeWait(m_beforeWait);
     std::unique_lock<std::mutex> guard(m_lock);
     for (;;) {
         // No time-out: an idle connection costs no wake-ups; close() ends the wait.

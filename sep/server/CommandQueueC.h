@@ -27,8 +27,11 @@ public:
     // held connection may be read again.
     // `cancel` becomes the thread's cancel token (it must outlive the queue); `ended` runs on the thread as
     // its last work once the queue is closed.
+    // `beforeWait` becomes the thread's before-wait hook (see CancelTokenC::setBeforeWait).
     using EndedFn = std::function<void()>;
-    CommandQueueC(RunFn run, ResumeFn resume, BSS::CancelTokenC* cancel = nullptr, EndedFn ended = {});
+    using BeforeWaitFn = std::function<void()>;
+    CommandQueueC(RunFn run, ResumeFn resume, BSS::CancelTokenC* cancel = nullptr, EndedFn ended = {},
+                  BeforeWaitFn beforeWait = {});
     // Closes and waits for the thread: the command running then still ends by its own bound.
     ~CommandQueueC();
     CommandQueueC(const CommandQueueC&) = delete;
@@ -52,6 +55,7 @@ private:
     BSS::CancelTokenC* m_cancel;
     ResumeFn m_resume;
     EndedFn m_onEnded;
+    BeforeWaitFn m_beforeWait;
     std::mutex m_lock;
     std::condition_variable m_changed;
     std::deque<std::vector<std::uint8_t>> m_chunks;

@@ -79,7 +79,9 @@ void ReaderWriterChannelSetupC::onClientConnected(int connection)
         [this, connection] {
             if (m_server != nullptr) m_server->resumeReceiving(connection);
         },
-        &m_cancel, [handler] { handler->summarizeDrops(); });
+        &m_cancel, [handler] { handler->summarizeDrops(); },
+        // Replies held back to leave with later ones go before a command starts a wait of its own.
+        [handler] { handler->flush(true); });
     if (!entry->commands->start()) {
         WriteLog("[%s] [ERROR]: cannot start the command queue of connection %d",
                  "ReaderWriterChannelSetupC::onClientConnected", connection);

@@ -3,6 +3,9 @@
 // makes the run fail instead of looking fast.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "bench/EchoServerC.h"
 #include "bench/LoadGenerator.h"
 #include "sep/SepCommandTestSupport.h"
@@ -43,6 +46,30 @@ TEST_F(LoadGeneratorTest, EveryPipelinedRequestToHalvernIsAnsweredInBothCodings)
         EXPECT_LE(report.percentileNs(50), report.percentileNs(99.9));
         EXPECT_EQ(report.percentileNs(100), report.maxNs());
     }
+}
+
+// Halvern sends events to every client whenever something happens (a start-up still settling sends several):
+// they are neither replies nor failures.
+TEST_F(LoadGeneratorTest, EventsBetweenTheRepliesAreCountedNotTakenForReplies)
+{
+    auto load = plan(port->server().port());
+    load.requests = 3000;
+    std::atomic<bool> loading{true};
+    std::thread events([&] {
+        while (loading) {
+            port->server().readerWriter().sendToAll(1000, SEP::MESSAGE_KIND_EVENT,
+                                                    [](SEP::DataWriterI& w) { return w.writeI32(1); });
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    HalvernBench::LoadReportT report;
+    const bool ran = HalvernBench::runLoad(load, report);
+    loading = false;
+    events.join();
+    EXPECT_TRUE(ran) << report.failure;
+    EXPECT_EQ(report.completed, 3000u);
+    EXPECT_EQ(report.badReplies, 0u);
+    EXPECT_GT(report.events, 0u);
 }
 
 TEST_F(LoadGeneratorTest, TheFloorAnswersWhatHalvernAnswers)

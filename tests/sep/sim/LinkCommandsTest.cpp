@@ -87,6 +87,29 @@ TEST_F(LinkCommandsTest, FortyCommandLinesInOneAsciiWriteGetFortyRepliesInOrder)
     }
 }
 
+// Replies to commands sent together leave together, but never wait behind a command that waits for
+// something outside: a quick command pipelined before a slow one is answered at once.
+TEST_F(LinkCommandsTest, AQuickCommandPipelinedBeforeASlowOneIsAnsweredWithoutWaitingForIt)
+{
+    installScriptProgram("C:\\Tools\\slow.exe", "sleep 3\necho done");
+    auto request = here("C:\\Tools\\slow.exe");
+    request.runnerValue = 10000;
+    std::vector<std::uint8_t> batch = SEP::encodeFrame(SEP::CodingE::Binary, 1001, SEP::MESSAGE_KIND_COMMAND, {}, {}, {});
+    const auto slow = SEP::encodeFrame(SEP::CodingE::Binary, 1025, SEP::MESSAGE_KIND_COMMAND, {}, {},
+                                       [&](SEP::DataWriterI& w) { return SEP::encodeRecord(w, request); });
+    batch.insert(batch.end(), slow.begin(), slow.end());
+    ASSERT_TRUE(port->client().sendBytes(batch));
+
+    std::vector<std::uint8_t> bytes;
+    ASSERT_TRUE(port->client().receiveFrame(bytes, 1500)) << "the quick reply waited for the slow command";
+    SEP::DecodedFrameT reply;
+    ASSERT_TRUE(SEP::decodeFrame(bytes, reply));
+    EXPECT_EQ(reply.messageId, 1001);
+    ASSERT_TRUE(port->client().receiveFrame(bytes, 10000)) << "the slow command's reply never came";
+    ASSERT_TRUE(SEP::decodeFrame(bytes, reply));
+    EXPECT_EQ(reply.messageId, 1025);
+}
+
 TEST_F(LinkCommandsTest, ALineFeedInAClientsStringStartsNoLineOfItsOwnInTheLog)
 {
     auto request = here("C:\\Tools\\missing.exe\n2026-11-25 12:00:00\tInitiate Shutdown sequence");
