@@ -1,6 +1,9 @@
 #include "sim/windows/WindowsRun.h"
 
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +19,7 @@
 #include <thread>
 
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/SimUsbBus.h"
 #include "sim/SimRootLayout.h"
 #include "sim/standin/StandInInstall.h"
 #include "sim/windows/RelayWire.h"
@@ -38,6 +42,8 @@ constexpr int kEfiServiceReadySeconds = 60;
 constexpr int kCloseAttempts = 5;
 constexpr int kCloseGraceSeconds = 60;
 constexpr int kWineserverEndSeconds = 15;
+constexpr int kDeviceChangeSeconds = 30;
+constexpr int kDeviceChangeAttempts = 3;
 
 bool exists(const std::string& path)
 {
@@ -113,6 +119,68 @@ std::string windowsProgram(const WindowsRunT& run, const char* name)
 {
     return run.windowsBuild + "/" + name;
 }
+
+// The bus changes of "halvern-sim ctl usb ..." reach Halvern.exe's window the way Windows delivers them: the
+// relay registers with the simulated bus as a window would, and hands each arrival or removal to
+// post_device_change.exe in the prefix, which sends WM_DEVICECHANGE to Halvern's main window.
+class UsbChangeRelayC {
+    static constexpr int kSliceMs = 500;
+
+public:
+    explicit UsbChangeRelayC(const std::string& root) : m_root(root)
+    {
+        const std::string folder = platform::sim::usbNotifyFolder(root);
+        m_path = folder + "/wine-relay";
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        if (m_path.size() >= sizeof address.sun_path || !platform::sim::makeDirectories(folder)) return;
+        std::memcpy(address.sun_path, m_path.c_str(), m_path.size() + 1);
+        ::unlink(m_path.c_str());
+        m_socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        if (m_socket < 0 || ::bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            std::fprintf(stderr, "halvern-sim: USB device changes cannot reach Halvern.exe (%s)\n",
+                         std::strerror(errno));
+            return;
+        }
+        m_thread = std::thread([this] { relay(); });
+    }
+    ~UsbChangeRelayC()
+    {
+        m_stop = true;
+        if (m_thread.joinable()) m_thread.join();
+        if (m_socket >= 0) ::close(m_socket);
+        ::unlink(m_path.c_str());
+    }
+    UsbChangeRelayC(const UsbChangeRelayC&) = delete;
+    UsbChangeRelayC& operator=(const UsbChangeRelayC&) = delete;
+
+private:
+    void relay()
+    {
+        while (!m_stop) {
+            pollfd readable{m_socket, POLLIN, 0};
+            if (::poll(&readable, 1, kSliceMs) <= 0) continue;
+            char word[16] = {};
+            if (::recv(m_socket, word, sizeof word - 1, 0) <= 0) continue;
+            if (std::strcmp(word, platform::sim::kUsbArrivalWord) != 0 &&
+                std::strcmp(word, platform::sim::kUsbRemovalWord) != 0)
+                continue;
+            bool told = false;
+            for (int attempt = 0; attempt < kDeviceChangeAttempts && !told && !m_stop; ++attempt) {
+                told = runBounded({"wine", "W:\\post_device_change.exe", word}, kDeviceChangeSeconds,
+                                  m_root + "/C") == 0;
+                if (!told) std::this_thread::sleep_for(std::chrono::seconds(1));
+            }
+            if (!told) std::fprintf(stderr, "halvern-sim: no Halvern.exe window took the USB %s\n", word);
+        }
+    }
+
+    std::string m_root;
+    std::string m_path;
+    int m_socket = -1;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
 
 // Watches Halvern's log for the SEP servers' ports and records them where the host build does, first
 // line 55557, second 55558 (the order Halvern starts them in).
@@ -202,7 +270,8 @@ int runHalvernUnderWine(const WindowsRunT& given, const volatile std::sig_atomic
         const auto absolute = std::filesystem::weakly_canonical(*folder, failure);
         if (!failure) *folder = absolute.string();
     }
-    for (const char* name : {"Halvern.exe", "efi-service-sim.exe", "halvern-standin.exe", "post_close.exe"}) {
+    for (const char* name :
+         {"Halvern.exe", "efi-service-sim.exe", "halvern-standin.exe", "post_close.exe", "post_device_change.exe"}) {
         if (!exists(windowsProgram(run, name))) {
             std::fprintf(stderr, "halvern-sim: no %s in %s (build the windows preset)\n", name,
                          run.windowsBuild.c_str());
@@ -238,6 +307,7 @@ int runHalvernUnderWine(const WindowsRunT& given, const volatile std::sig_atomic
     int exitCode = 2;
     {
         SepPortAnnouncerC announcer(run.root);
+        UsbChangeRelayC usbChanges(run.root);
         std::vector<std::string> words{"wine", "W:\\Halvern.exe"};
         words.insert(words.end(), run.halvernArguments.begin(), run.halvernArguments.end());
         const pid_t halvern = spawn(words, true, run.root + "/C");

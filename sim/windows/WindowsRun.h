@@ -11,7 +11,7 @@ namespace halvern::sim {
 
 struct WindowsRunT {
     std::string root;
-    // The Windows build: Halvern.exe, efi-service-sim.exe, halvern-standin.exe, post_close.exe.
+    // The Windows build: Halvern.exe, efi-service-sim.exe, halvern-standin.exe, post_close.exe, post_device_change.exe.
     std::string windowsBuild;
     // The host's halvern-standin, which runs each stand-in's logic, and the prefix script wine-instrument.
     std::string hostStandIn;

@@ -2,8 +2,8 @@
 # The shipped Halvern.exe on the simulated instrument under Wine (halvern-sim --windows), end to end as a
 # person runs it: start-up through the sensor board's UART boot, the SEP servers, the hardware check, the
 # applications and the Ethernet check; SEP from both ports against the same instrument that
-# `halvern-sim ctl` acts on; events on two clients; a short and a long press of the power button; a second
-# start on the same sim root (and its prefix), ended by Ctrl-C.
+# `halvern-sim ctl` acts on; events on two clients; a USB device plugged and pulled; a short and a long press
+# of the power button; a second start on the same sim root (and its prefix), ended by Ctrl-C.
 #
 #   halvern_exe_end_to_end.sh HALVERN_SIM HALVERNCTL WINDOWS_BUILD ROOT
 #
@@ -139,6 +139,34 @@ wait_for_line "++WM_EFI_NOTIFICATION : Notification 2 received" 10
 sleep 1
 ended "$sim_pid" && fail "a short press ended Halvern.exe"
 messages | grep -qF ">>> Initiate System Shutdown >>>" && fail "a short press started a shutdown"
+
+# A USB device comes and goes: halvern-sim hands the bus change to post_device_change.exe, which sends
+# Halvern.exe's window WM_DEVICECHANGE as Windows does, and a client hears event 1004 with 1 ("attached"), then
+# 0 ("removed"). Wine lists no USB devices (facility "USB devices and device changes"): the list Halvern.exe
+# reads again at each change stays empty here, where the host build's follows the bus.
+"$halvernctl" --port "$(cat "$root/sim/sep/55557")" events > "$work/usb-events.out" 2>&1 &
+usb_events=$!
+pids+=("$usb_events")
+sleep 2
+usb_events_reach() { [ "$(grep -ac '^event 1004 usb' "$work/usb-events.out")" -ge "$1" ]; }
+wait_for_usb_events() {
+    for _ in $(seq 1 600); do
+        usb_events_reach "$1" && return 0
+        sleep 0.1
+    done
+    fail "the client did not hear USB event $1"
+}
+refreshes_before=$(grep -acF "[SysManagerC::RefreshUsbDevices]" "$log" || true)
+ctl usb device add 046D C52B 3 > /dev/null || fail "cannot add a device to the bus"
+wait_for_usb_events 1
+ctl usb device remove 3 > /dev/null || fail "cannot remove the device"
+wait_for_usb_events 2
+[ "$(grep -aA1 '^event 1004 usb' "$work/usb-events.out" | grep -aoE 'USB device: [a-z]+' | head -2 | tr '\n' ';')" = \
+    "USB device: attached;USB device: removed;" ] || fail "the USB events are not attached then removed"
+[ "$(grep -acF "[SysManagerC::RefreshUsbDevices]" "$log")" -ge $((refreshes_before + 2)) ] ||
+    fail "Halvern.exe did not read its USB list at each change"
+sep 55558 usb count | grep -qxF "USB devices: 0" || fail "Wine listed USB devices: $(sep 55558 usb count)"
+end_processes "$usb_events"
 
 # A long press: the shutdown notification, the power sequence, the board halted, Windows shut down.
 "$halvernctl" --port "$(cat "$root/sim/sep/55557")" events --count 3 > "$work/shutdown-event.out" 2>&1 &
