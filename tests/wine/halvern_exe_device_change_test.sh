@@ -3,8 +3,7 @@
 # change Windows sends to a window registered for the USB device interface, and Halvern reads its USB list
 # again each time. WM_CLOSE then ends it with exit code 0.
 #
-# Without the instrument's hardware its hardware check fails; on a customer's instrument (the write filter
-# protects it) the start goes on all the same, so the prefix is one for this test and gets its own state back
+# The prefix is a customer's instrument for this test (halvern_exe_support.sh) and gets its own state back
 # afterwards. Under Wine the customer mode's changes to the machine are refused (docs/wine-safety.md).
 #
 #   halvern_exe_device_change_test.sh WINE_RUN HALVERN_EXE POST_DEVICE_CHANGE_EXE POST_CLOSE_EXE BUILD_DIR
@@ -25,19 +24,10 @@ cd "$build" || exit 1
 halvern_pid=
 . "$(dirname "$0")/halvern_exe_support.sh"
 
-filter_key='HKLM\System\ControlSet001\Services\HalvernHelper\Status'
-filter_state()
-{
-    HALVERN_WINE_TIMEOUT=60 "$wine_run" reg add "$filter_key" /v FilterState /t REG_DWORD /d "$1" /f >/dev/null 2>&1
-}
-# The prefix's state before this test, given back afterwards: the other tests find it as they left it.
-previous_state=$(HALVERN_WINE_TIMEOUT=60 "$wine_run" reg query "$filter_key" /v FilterState 2>/dev/null |
-    grep -o '0x[0-9a-fA-F]*' | head -1)
-
 leave()
 {
     stop_halvern
-    filter_state $((${previous_state:-0}))
+    restore_filter_state
 }
 trap leave EXIT
 
@@ -58,7 +48,7 @@ started_or_ended()
 
 "$wine_run" --setup || fail "no Wine prefix"
 rm -f -- "$log"*
-filter_state 1 || fail "cannot make the prefix a customer's instrument"
+customer_instrument || fail "cannot make the prefix a customer's instrument"
 
 HALVERN_WINE_TIMEOUT=150 "$wine_run" "$halvern" </dev/null &
 halvern_pid=$!
@@ -83,7 +73,7 @@ HALVERN_WINE_TIMEOUT=30 "$wine_run" "$post_device_change" removal || fail "the w
 wait_until 30 refreshes_reach $((before + 2)) || fail "the removal did not make Halvern.exe read its USB list"
 echo "Halvern.exe read its USB list at the arrival and at the removal"
 
-HALVERN_WINE_TIMEOUT=30 "$wine_run" "$post_close" || fail "no Halvern window to post WM_CLOSE to"
+post_wm_close || fail "no Halvern window to post WM_CLOSE to"
 wait_until 60 ended || fail "Halvern.exe did not end within 60 s of WM_CLOSE"
 wait "$halvern_pid"
 status=$?

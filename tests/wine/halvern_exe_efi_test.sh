@@ -21,62 +21,35 @@ cd "$build" || exit 1
 
 halvern_pid=
 service_pid=
-
-alive()
-{
-    kill -0 "$1" 2>/dev/null
-}
-
-# Polls every 200 ms for at most $1 seconds until "$2 ..." succeeds.
-wait_until()
-{
-    local steps=$(($1 * 5))
-    shift
-    while ! "$@"; do
-        steps=$((steps - 1))
-        [ "$steps" -gt 0 ] || return 1
-        sleep 0.2
-    done
-}
-
-ended()
-{
-    ! alive "$1"
-}
+. "$(dirname "$0")/halvern_exe_support.sh"
 
 stop_all()
 {
     touch "$stop"
     for pid in $halvern_pid $service_pid; do
         if alive "$pid"; then
-            wait_until 10 ended "$pid" || kill -TERM "$pid" 2>/dev/null
+            wait_until 10 process_ended "$pid" || kill -TERM "$pid" 2>/dev/null
         fi
         wait "$pid" 2>/dev/null
     done
     rm -f -- "$ready" "$stop"
+    restore_filter_state
 }
 trap stop_all EXIT
 
-fail()
+process_ended()
 {
-    echo "FAIL: $*"
-    echo "----- D:\\logs\\Halvern.log"
-    cat "$log" 2>/dev/null
-    exit 1
-}
-
-log_has()
-{
-    grep -qF -- "$1" "$log" 2>/dev/null
+    ! alive "$1"
 }
 
 started_or_ended()
 {
-    log_has "InitInstance done!" || ended "$halvern_pid"
+    log_has "InitInstance done!" || ended
 }
 
 "$wine_run" --setup || fail "no Wine prefix"
 rm -f -- "$log"* "$ready" "$stop"
+customer_instrument || fail "cannot make the prefix a customer's instrument"
 
 HALVERN_WINE_TIMEOUT=200 "$wine_run" "$efi_service" --ready 'D:\efi-service-ready' --stop 'D:\efi-service-stop' \
     --hwstatus 'EFIRunningMode:1,FPGAReady:1,HPSReady:0,TELOReady:1,' </dev/null &
@@ -95,23 +68,15 @@ log_has "[HW Status] MORA (HPS) Ready	: NOT OK" || fail "HPS reported ready alth
 log_has "Failed to initialize communication with EFI" && fail "the EFI link failed although the service runs"
 echo "Halvern.exe read the EFI service's hardware status"
 
-posted=false
-for _ in 1 2 3 4 5; do
-    if HALVERN_WINE_TIMEOUT=30 "$wine_run" "$post_close"; then
-        posted=true
-        break
-    fi
-    sleep 1
-done
-$posted || fail "no Halvern window to post WM_CLOSE to"
-wait_until 60 ended "$halvern_pid" || fail "Halvern.exe did not end within 60 s of WM_CLOSE"
+post_wm_close || fail "no Halvern window to post WM_CLOSE to"
+wait_until 60 ended || fail "Halvern.exe did not end within 60 s of WM_CLOSE"
 wait "$halvern_pid"
 status=$?
 halvern_pid=
 [ "$status" -eq 0 ] || fail "Halvern.exe ended with $status after WM_CLOSE, expected 0"
 
 touch "$stop"
-wait_until 30 ended "$service_pid" || fail "the EFI service did not end on its stop file"
+wait_until 30 process_ended "$service_pid" || fail "the EFI service did not end on its stop file"
 wait "$service_pid"
 status=$?
 service_pid=

@@ -47,3 +47,35 @@ log_has()
 {
     grep -qF -- "$1" "$log" 2>/dev/null
 }
+
+# Sends WM_CLOSE to Halvern.exe's main window with post_close.exe ($post_close), up to five times a second
+# apart while the window is not there yet.
+post_wm_close()
+{
+    local attempt
+    for attempt in 1 2 3 4 5; do
+        HALVERN_WINE_TIMEOUT=30 "$wine_run" "$post_close" && return 0
+        [ "$attempt" -lt 5 ] && sleep 1
+    done
+    return 1
+}
+
+# Without the instrument's hardware its hardware check fails; on a customer's instrument (the write filter
+# protects it) the start goes on all the same. customer_instrument makes the prefix one and notes the state it
+# had; restore_filter_state gives that back, so the tests that share the prefix find it as they left it.
+filter_key='HKLM\System\ControlSet001\Services\HalvernHelper\Status'
+previous_filter_state=
+set_filter_state()
+{
+    HALVERN_WINE_TIMEOUT=60 "$wine_run" reg add "$filter_key" /v FilterState /t REG_DWORD /d "$1" /f >/dev/null 2>&1
+}
+customer_instrument()
+{
+    previous_filter_state=$(HALVERN_WINE_TIMEOUT=60 "$wine_run" reg query "$filter_key" /v FilterState 2>/dev/null |
+        grep -o '0x[0-9a-fA-F]*' | head -1)
+    set_filter_state 1
+}
+restore_filter_state()
+{
+    set_filter_state $((${previous_filter_state:-0}))
+}

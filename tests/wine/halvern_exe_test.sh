@@ -16,56 +16,20 @@ export HALVERN_BUILD_DIR=$build
 log=$build/drive_d/logs/Halvern.log
 cd "$build" || exit 1
 
-first_pid=
+halvern_pid=
+. "$(dirname "$0")/halvern_exe_support.sh"
 
-log_has()
+leave()
 {
-    grep -qF -- "$1" "$log" 2>/dev/null
-}
-
-alive()
-{
-    kill -0 "$1" 2>/dev/null
-}
-
-first_ended()
-{
-    ! alive "$first_pid"
-}
-
-# Polls every 200 ms for at most $1 seconds until "$2 ..." succeeds.
-wait_until()
-{
-    local steps=$(($1 * 5))
-    shift
-    while ! "$@"; do
-        steps=$((steps - 1))
-        [ "$steps" -gt 0 ] || return 1
-        sleep 0.2
-    done
-}
-
-stop_first()
-{
-    [ -n "$first_pid" ] || return 0
-    if alive "$first_pid"; then
-        kill -TERM "$first_pid" 2>/dev/null
-        wait_until 10 first_ended || kill -KILL "$first_pid" 2>/dev/null
+    if [ -n "$halvern_pid" ] && alive "$halvern_pid"; then
+        stop_halvern
         # Whatever Wine still runs in the harness's own prefix goes with it.
         WINEPREFIX=$build/wineprefix timeout 30 wineserver -k 2>/dev/null
     fi
-    wait "$first_pid" 2>/dev/null
-    first_pid=
+    stop_halvern
+    restore_filter_state
 }
-trap stop_first EXIT
-
-fail()
-{
-    echo "FAIL: $*"
-    echo "----- D:\\logs\\Halvern.log"
-    cat "$log" 2>/dev/null
-    exit 1
-}
+trap leave EXIT
 
 started()
 {
@@ -74,18 +38,19 @@ started()
 
 started_or_ended()
 {
-    started || first_ended
+    started || ended
 }
 
 "$wine_run" --setup || fail "no Wine prefix"
 rm -f -- "$log"*
+customer_instrument || fail "cannot make the prefix a customer's instrument"
 
 # 1. The first instance comes up and opens its window.
 HALVERN_WINE_TIMEOUT=150 "$wine_run" "$halvern" </dev/null &
-first_pid=$!
+halvern_pid=$!
 wait_until 60 started_or_ended
 started || fail "Halvern.exe did not start (banner and \"InitInstance done!\" missing)"
-alive "$first_pid" || fail "Halvern.exe ended right after start-up"
+alive "$halvern_pid" || fail "Halvern.exe ended right after start-up"
 echo "first instance started"
 
 # 2. A second instance sees the first, says so and ends with 0.
@@ -93,23 +58,15 @@ HALVERN_WINE_TIMEOUT=60 "$wine_run" "$halvern"
 second_status=$?
 [ "$second_status" -eq 0 ] || fail "the second instance ended with $second_status, expected 0"
 log_has "[ERROR]: Another Halvern instance detected, quitting." || fail "the second instance did not log its refusal"
-alive "$first_pid" || fail "the first instance ended when the second started"
+alive "$halvern_pid" || fail "the first instance ended when the second started"
 echo "second instance refused to run"
 
 # 3. WM_CLOSE to the first instance's window ends it with 0.
-posted=false
-for _ in 1 2 3 4 5; do
-    if HALVERN_WINE_TIMEOUT=30 "$wine_run" "$post_close"; then
-        posted=true
-        break
-    fi
-    sleep 1
-done
-$posted || fail "no Halvern window to post WM_CLOSE to"
-wait_until 60 first_ended || fail "Halvern.exe did not end within 60 s of WM_CLOSE"
-wait "$first_pid"
+post_wm_close || fail "no Halvern window to post WM_CLOSE to"
+wait_until 60 ended || fail "Halvern.exe did not end within 60 s of WM_CLOSE"
+wait "$halvern_pid"
 first_status=$?
-first_pid=
+halvern_pid=
 [ "$first_status" -eq 0 ] || fail "Halvern.exe ended with $first_status after WM_CLOSE, expected 0"
 log_has "++ WM_CLOSE received" || fail "\"++ WM_CLOSE received\" missing"
 log_has "++ WM_DESTROY received" || fail "\"++ WM_DESTROY received\" missing"
