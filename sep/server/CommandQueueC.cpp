@@ -34,14 +34,23 @@ bool CommandQueueC::start()
 
 bool CommandQueueC::push(const std::uint8_t* data, std::size_t length)
 {
-    std::lock_guard<std::mutex> guard(m_lock);
-    if (m_closed) return true;
-    m_chunks.emplace_back(data, data + length);
-    m_waitingBytes += length;
-    m_changed.notify_one();
-    if (m_waitingBytes < kHoldBytes) return true;
-    m_holding = true;
-    return false;
+    bool wake = false;
+    bool keepReading = true;
+    {
+        std::lock_guard<std::mutex> guard(m_lock);
+        if (m_closed) return true;
+        m_chunks.emplace_back(data, data + length);
+        m_waitingBytes += length;
+        // A thread busy with a command takes the chunk when it is done: only a waiting one is woken.
+        wake = m_idle;
+        if (m_waitingBytes >= kHoldBytes) {
+            m_holding = true;
+            keepReading = false;
+        }
+    }
+    // Outside the lock: the woken thread does not block on it at once. All: waitEnded() shares the condition.
+    if (wake) m_changed.notify_all();
+    return keepReading;
 }
 
 void CommandQueueC::close()
@@ -66,14 +75,22 @@ void CommandQueueC::serve()
     std::unique_lock<std::mutex> guard(m_lock);
     for (;;) {
         // No time-out: an idle connection costs no wake-ups; close() ends the wait.
+        m_idle = true;
         m_changed.wait(guard, [this] { return m_closed || !m_chunks.empty(); });
+        m_idle = false;
         if (m_closed) break;
-        std::vector<std::uint8_t> chunk = std::move(m_chunks.front());
+        // Every chunk that waits is handled in one go: a client's pipelined commands that arrived in
+        // several reads are answered together.
+        std::vector<std::uint8_t> bytes = std::move(m_chunks.front());
         m_chunks.pop_front();
+        while (!m_chunks.empty()) {
+            bytes.insert(bytes.end(), m_chunks.front().begin(), m_chunks.front().end());
+            m_chunks.pop_front();
+        }
         guard.unlock();
-        m_run(chunk);
+        m_run(bytes);
         guard.lock();
-        m_waitingBytes -= std::min(m_waitingBytes, chunk.size());
+        m_waitingBytes -= std::min(m_waitingBytes, bytes.size());
         if (m_holding && m_waitingBytes < kHoldBytes / 2 && !m_closed) {
             m_holding = false;
             guard.unlock();

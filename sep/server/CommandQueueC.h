@@ -61,6 +61,8 @@ private:
     std::deque<std::vector<std::uint8_t>> m_chunks;
     std::size_t m_waitingBytes = 0;
     bool m_holding = false;
+    // The thread waits for chunks (guarded by m_lock).
+    bool m_idle = false;
     bool m_closed = false;
     std::atomic<bool> m_ended{false};
     std::thread m_thread;
