@@ -4,14 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "framework/WindowMessages.h"
 #include "platform/Window.h"
-
-// Private window messages.
-constexpr std::uint32_t WM_EFI_NOTIFICATION = 0x464;
-constexpr std::uint32_t WM_USB_PORT_RECYCLE = 0x4C8;
-constexpr std::uint32_t WM_UWF_OVERLAY_STATE_1 = 0x537;
-constexpr std::uint32_t WM_UWF_OVERLAY_STATE_2 = 0x538;
-constexpr std::uint32_t WM_UWF_OVERLAY_STATE_3 = 0x539;
 
 enum class AppShutdownRequestState : std::int32_t {
     WAIT_SHUTDOWN_CALL = 0,

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/Window.h"
+#include "sep/server/SepServer.h"
 
 namespace halvern {
 
@@ -24,8 +25,6 @@ StepVerdict RunPendingUpdate();
 bool IsProductionUsbDrive();
 // With updates disabled ("-noupdate") neither the stick is looked at nor the sensor board's Ethernet waited for.
 StepVerdict CheckUsbUpdate(bool updatesEnabled);
-bool StartSepServer();
-void StopSepServer();
 void DeletePreviousFirmwareFile();
 bool isHwErrorDetected(bool usbUpdate);
 // True when the flag file of an earlier switch was found and production mode is now complete: the network

@@ -7,7 +7,7 @@
 #include <new>
 
 #include "app/Log.h"
-#include "app/MainWindow.h"
+#include "framework/WindowMessages.h"
 #include "platform/Clock.h"
 #include "platform/NamedPipe.h"
 #include "platform/Sync.h"

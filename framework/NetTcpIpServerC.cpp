@@ -334,6 +334,7 @@ void NetTcpIpServerC::acceptNewConnection()
     m_clients[connection] = client;
     guard.unlock();
     m_listener.onClientConnected(connection);
+    client->announced = true;
     debugLog(kDebugLevelDetail, "poOnlineSubject->notify(0, BSS::BIO::NEW_CLIENT_CONNECTION_ACCEPTED);\n");
 }
 
@@ -478,7 +479,9 @@ std::vector<int> NetTcpIpServerC::connections() const
 std::size_t NetTcpIpServerC::clientCount() const
 {
     std::lock_guard<std::mutex> guard(m_tableLock);
-    return m_clients.size();
+    // A connection counts once its listener knows it, so that whoever waits for a client can send to it.
+    return static_cast<std::size_t>(std::count_if(m_clients.begin(), m_clients.end(),
+                                                  [](const auto& entry) { return entry.second->announced.load(); }));
 }
 
 }  // namespace BSS::NET

@@ -92,6 +92,7 @@ public:
     // What waits in the connection's output queue (0 for one that is gone).
     std::size_t queuedBytes(int connection) const;
     std::vector<int> connections() const;
+    // The connections the listener knows (announced to it).
     std::size_t clientCount() const;
     // The port actually listened on (differs from the configured one when that was 0).
     std::uint16_t boundPort() const { return m_boundPort; }
@@ -112,6 +113,8 @@ private:
         std::uint64_t moved = 0;
         bool dropped = false;
         std::atomic<bool> holdReceiving{false};
+        // Set once the listener knows the connection: from then on it can be written to as a client.
+        std::atomic<bool> announced{false};
     };
     using ClientPtr = std::shared_ptr<ClientT>;
 

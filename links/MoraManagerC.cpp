@@ -1,6 +1,7 @@
 #include "links/MoraManagerC.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 
@@ -10,8 +11,8 @@
 #include "links/ProcRunner.h"
 #include "links/SerialPortC.h"
 #include "links/TelnetConnection.h"
+#include "efi/EFIServiceIPC.h"
 #include "platform/Clock.h"
-#include "sysmanager/SysManagerC.h"
 
 namespace halvern::links {
 namespace {
@@ -32,9 +33,12 @@ long long elapsedSince(std::uint64_t start)
     return static_cast<long long>(platform::tickCount64() - start);
 }
 
+std::atomic<EFIServiceIPC*> g_efiService{nullptr};
+
 std::shared_ptr<EFIServiceIPCBasicCommand> queryHwStatus()
 {
-    return SysManagerC::Instance()->GetEFIServiceIPC().ExecuteBasicCommand(EFI_BASIC_HWSTATUS, true);
+    EFIServiceIPC* service = g_efiService.load();
+    return service != nullptr ? service->ExecuteBasicCommand(EFI_BASIC_HWSTATUS, true) : nullptr;
 }
 
 bool moraTransaction(const std::string& request, std::string& reply)
@@ -213,6 +217,11 @@ void MoraManagerC::enableMoraEthernet(bool enable)
     if (!ran || exitCode != 0)
         WriteLog("[ERROR]: Failed to enable/disable MORA Ethernet card! (%d, %d), %s", ran ? 1 : 0,
                  static_cast<int>(exitCode), output.c_str());
+}
+
+void MoraManagerC::setEfiService(EFIServiceIPC* service)
+{
+    g_efiService = service;
 }
 
 }  // namespace halvern::links

@@ -5,6 +5,8 @@
 // each call blocks for at most its timeout.
 #include <string>
 
+class EFIServiceIPC;
+
 namespace halvern::links {
 
 class MoraManagerC {
@@ -18,6 +20,9 @@ public:
     static bool verifyEth(int verifyTimeoutMs, int fixTimeoutMs);
     static bool writeKernelLog(const std::string& text);
     static void enableMoraEthernet(bool enable);
+    // The power controller's link that the board's state is asked through; its owner sets it and takes it
+    // back (nullptr) before the link goes. Without one the board counts as down.
+    static void setEfiService(EFIServiceIPC* service);
 };
 
 }  // namespace halvern::links

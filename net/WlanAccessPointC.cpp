@@ -7,12 +7,12 @@
 #include <utility>
 
 #include "app/Log.h"
+#include "framework/InstrumentEvents.h"
 #include "net/NetManagerC.h"
 #include "net/WlanAp.h"
 #include "net/WlanDriverManager.h"
 #include "platform/Clock.h"
 #include "platform/Wlan.h"
-#include "sep/server/HalvernSepImpl.h"
 
 namespace halvern::net {
 
@@ -212,8 +212,8 @@ void chanSelectionDone(const WlanSelectionResultT& result)
     const bool known = NetManagerC::getDrvWlanChannel(channel, width);
     if (!known) WriteLog("[%s]: Failed to get default channel!", tag);
     const bool selected = result.channel >= 0;
-    HalvernSepImpl::raiseWlanChanSelected(selected, selected ? static_cast<std::uint32_t>(result.channel) : 0,
-                                          static_cast<std::int32_t>(result.width));
+    instrumentEvents().wlanChannelSelected(selected, selected ? static_cast<std::uint32_t>(result.channel) : 0,
+                                           static_cast<std::int32_t>(result.width));
     // Without a result the driver keeps the channel it runs, which was a valid choice when it was made.
     if (!selected) return;
     moveDriverTo(static_cast<std::uint32_t>(result.channel), driverWidthCode(result.width), known, channel, width, tag);

@@ -3,11 +3,11 @@
 #include <algorithm>
 
 #include "app/Log.h"
+#include "framework/InstrumentEvents.h"
 #include "net/NdisSink.h"
 #include "platform/Clock.h"
 #include "platform/Sync.h"
 #include "platform/Thread.h"
-#include "sep/server/HalvernSepImpl.h"
 
 namespace halvern::net {
 
@@ -16,7 +16,7 @@ namespace {
 // The clients learn each DFS event by its driver code (WlanRadarEvent's value).
 void raiseRadarEvent(std::uint32_t eventCode)
 {
-    HalvernSepImpl::raiseWlanRadarEvent(static_cast<std::int32_t>(eventCode));
+    instrumentEvents().wlanRadarEvent(static_cast<std::int32_t>(eventCode));
 }
 
 // The text of a credential buffer: up to its first zero byte.

@@ -2,6 +2,7 @@
 // persistent default route may stay. It is deleted at the start and after every change of the route
 // table; stopping may release and renew the leases so that a gateway comes back.
 #include "app/Log.h"
+#include "links/MoraManagerC.h"
 #include "platform/Process.h"
 #include "platform/RouteChange.h"
 #include "platform/Sync.h"
@@ -56,6 +57,7 @@ void observeRoutes(platform::HandleValue exitEvent)
 SysManagerC::~SysManagerC()
 {
     if (m_networkObserverThread || m_networkObserverExit) stopNetworkObserver(false);
+    halvern::links::MoraManagerC::setEfiService(nullptr);
 }
 
 bool SysManagerC::startNetworkObserver()

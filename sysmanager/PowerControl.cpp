@@ -2,6 +2,7 @@
 // clients are told, and Windows is shut down. Whether the instrument then restarts is the power
 // controller's business, which the shutdown sequence has already told.
 #include "app/Log.h"
+#include "framework/InstrumentEvents.h"
 #include "links/TelnetConnection.h"
 #include "platform/Clock.h"
 #include "platform/Registry.h"
@@ -9,7 +10,6 @@
 #include "platform/Sync.h"
 #include "platform/Text.h"
 #include "platform/WinError.h"
-#include "sep/server/HalvernSepImpl.h"
 #include "sysmanager/SysManagerC.h"
 
 namespace {
@@ -134,7 +134,7 @@ bool SysManagerC::PowerCycleScannerDevice()
         return false;
     }
     const std::uint32_t timeout = GetPowerRequestTimeout();
-    HalvernSepImpl::raiseShutdownNotif(timeout * 1000);
+    halvern::instrumentEvents().shutdownAnnounced(timeout * 1000);
     // Windows is always shut down, never rebooted: the power controller restarts the instrument.
     if (!platform::initiateSystemShutdown(timeout, GetPowerRequestForce(), false, kPlannedShutdownReason)) {
         WriteLog("[%s] [ERROR]: Failed to initiate Power cycle on VANT, ERROR(%d)", tag, lastErrorNumber());

@@ -1,7 +1,7 @@
 #include "sysmanager/SysManagerC.h"
 
 #include "app/Log.h"
-#include "app/StartUpSteps.h"
+#include "links/MoraManagerC.h"
 #include "platform/Sync.h"
 #include "platform/WinError.h"
 
@@ -10,7 +10,20 @@ std::mutex g_instanceLock;
 SysManagerC* g_instance = nullptr;
 // True until the instance has been torn down; a new instance arms it again.
 bool g_instanceAlive = true;
+void (*g_beforeTeardown)() = nullptr;
 }  // namespace
+
+void SysManagerC::SetBeforeTeardown(void (*beforeTeardown)())
+{
+    std::lock_guard<std::mutex> guard(g_instanceLock);
+    g_beforeTeardown = beforeTeardown;
+}
+
+SysManagerC::SysManagerC()
+{
+    // The sensor board's checks ask the power controller through this instance's link.
+    halvern::links::MoraManagerC::setEfiService(&m_efiServiceIPC);
+}
 
 SysManagerC* SysManagerC::Instance()
 {
@@ -24,13 +37,15 @@ SysManagerC* SysManagerC::Instance()
 
 void SysManagerC::DestroyInstance()
 {
+    void (*beforeTeardown)() = nullptr;
     {
         std::lock_guard<std::mutex> guard(g_instanceLock);
         if (!g_instanceAlive) return;
+        beforeTeardown = g_beforeTeardown;
     }
     // The servers stop outside the lock: a command being handled may still ask for the instance, and
     // stopping waits for it.
-    halvern::StopSepServer();
+    if (beforeTeardown != nullptr) beforeTeardown();
     std::lock_guard<std::mutex> guard(g_instanceLock);
     if (!g_instanceAlive) return;
     // The sensor board manager's helper is torn down here once it exists.

@@ -83,6 +83,9 @@ public:
     static SysManagerC* Instance();
     // Tears the instance down; runs once however many of the teardown paths call it.
     static void DestroyInstance();
+    // Runs at the start of every DestroyInstance(), before the instance goes (the SEP servers install their
+    // stop here, so that no command still uses the instance); nullptr: nothing.
+    static void SetBeforeTeardown(void (*beforeTeardown)());
 
     // The main window also becomes the target of the EFI notifications.
     void SetMainWindow(platform::WindowHandle window);
@@ -333,7 +336,7 @@ public:
     bool DisableSsdWriteCache(std::wstring& diskKey, bool& changed);
 
 private:
-    SysManagerC() = default;
+    SysManagerC();
     // The observer's thread ends before its event goes.
     ~SysManagerC();
 

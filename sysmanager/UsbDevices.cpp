@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "app/Log.h"
-#include "app/MainWindow.h"
+#include "framework/WindowMessages.h"
 #include "platform/Clock.h"
 #include "platform/FileSystem.h"
 #include "platform/Process.h"

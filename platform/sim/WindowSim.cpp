@@ -342,8 +342,9 @@ namespace {
 // A window's registration for USB device notifications: the endpoint the simulated instrument sends its bus
 // changes to, and the thread that turns each into WM_DEVICECHANGE posted to the window.
 class UsbNotificationEndpointC {
-    // The owner's end wakes the thread through its pipe; the slice only bounds each single wait.
-    static constexpr int kReceiveSliceMs = 1000;
+    // The owner's end wakes the thread through its pipe; the slice only bounds each single wait, and is
+    // long, so that an idle instrument makes no periodic wake-ups.
+    static constexpr int kReceiveSliceMs = 3600 * 1000;
 
 public:
     // Null with the last error set when the endpoint cannot be made.

@@ -1,5 +1,6 @@
 #include "app/Log.h"
 #include "efi/EFIServiceIPCStatusControlCommand.h"
+#include "framework/InstrumentEvents.h"
 #include "sep/RecordCoding.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sep/server/HalvernSepRecords.h"
@@ -40,7 +41,25 @@ bool raiseButton(const char* function, std::int32_t code)
     return raise(function, kEventEfiButton, &record);
 }
 
+// The events the lower layers raise, as SEP events to every client.
+class SepInstrumentEventsC final : public halvern::InstrumentEventsI {
+public:
+    void wlanChannelSelected(bool selected, std::uint32_t channel, std::int32_t width) override
+    {
+        HalvernSepImpl::raiseWlanChanSelected(selected, channel, width);
+    }
+    void wlanRadarEvent(std::int32_t eventCode) override { HalvernSepImpl::raiseWlanRadarEvent(eventCode); }
+    void shutdownAnnounced(std::uint32_t timeoutMs) override { HalvernSepImpl::raiseShutdownNotif(timeoutMs); }
+};
+
 }  // namespace
+
+halvern::InstrumentEventsI& HalvernSepImpl::instrumentEvents()
+{
+    // Never destroyed: a thread may still raise an event while the process exits.
+    static auto* events = new SepInstrumentEventsC();
+    return *events;
+}
 
 bool HalvernSepImpl::raiseEfiBtnPressed()
 {

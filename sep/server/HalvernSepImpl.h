@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <string>
 
+#include "framework/InstrumentEvents.h"
 #include "framework/SerializableI.h"
 #include "sep/ChannelC.h"
 
@@ -58,6 +59,8 @@ public:
     // A handler names every string of its request record, reply buffers included.
     // Events: each goes to every running server, first started first, and stops at the first server that
     // cannot write it (logged); true when every server took it, also when none runs.
+    // The lower layers' events as SEP events (StartSepServer installs it).
+    static halvern::InstrumentEventsI& instrumentEvents();
     static bool raiseEfiBtnPressed();
     static bool raiseEfiBtnReleased();
     // Reads the power-source register at this moment; nothing is sent when that fails.

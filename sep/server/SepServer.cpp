@@ -5,9 +5,10 @@
 #include <vector>
 
 #include "app/Log.h"
-#include "app/StartUpSteps.h"
+#include "framework/InstrumentEvents.h"
 #include "platform/Socket.h"
 #include "sep/server/HalvernSepImpl.h"
+#include "sysmanager/SysManagerC.h"
 
 namespace halvern {
 namespace {
@@ -61,6 +62,10 @@ bool forEachSepServer(const std::function<bool(HalvernRpc::TcpIpServerChannelSet
 bool StartSepServer()
 {
     WriteLog("SOFTWARE.IMG check done, starting SEP.");
+    // From now on the lower layers' events reach the clients of the running servers.
+    setInstrumentEvents(&HalvernSepImpl::instrumentEvents());
+    // The system manager's teardown stops the servers first: a command being handled may still use it.
+    SysManagerC::SetBeforeTeardown(&StopSepServer);
     if (!startOne(kSepPrimaryPort) || !startOne(kSepSecondaryPort)) {
         WriteLog("ERROR Halvern [%s] [ERROR]: Failed to initialize SEP server!", "wWinMain");
         StopSepServer();

@@ -14,4 +14,9 @@ constexpr std::uint32_t kSepStartValue = 3600000;
 // Calls `visit` for each running server, first started first, while it answers true.
 bool forEachSepServer(const std::function<bool(HalvernRpc::TcpIpServerChannelSetupC& server)>& visit);
 
+// Starts the servers of both ports (false, with none left running, when one cannot start) and installs
+// them as the receiver of the instrument's events; StopSepServer stops them, each within its bound.
+bool StartSepServer();
+void StopSepServer();
+
 }  // namespace halvern

@@ -65,9 +65,9 @@ wait_until_ended() {
     return 1
 }
 
-# A start on the sim root: a fresh log and no record of an earlier power-off.
+# A start on the sim root: a fresh log, no record of an earlier power-off and an empty USB bus.
 start_instrument() {
-    rm -f "$log" "$root/sim/power/shutdown" "$root/sim/sensorboard/halted" "$root/sim/apps/log"
+    rm -f "$log" "$root/sim/power/shutdown" "$root/sim/sensorboard/halted" "$root/sim/apps/log" "$root/sim/usb/devices"
     started_at=$(date +%s)
     "$halvern_sim" --windows --windows-build "$windows_build" --root "$root" > "$work/$1.out" 2>&1 &
     sim_pid=$!
