@@ -29,9 +29,9 @@ public:
         EXPECT_TRUE(platform::bindSocket(m_listening.get(), platform::kLoopbackAddress, 0));
         EXPECT_TRUE(platform::listenSocket(m_listening.get(), 1));
         m_port = platform::localPort(m_listening.get());
-        m_thread = std::thread([this, negotiation, prompt, answer] {
+        m_thread = std::thread([this, listening = m_listening.get(), negotiation, prompt, answer] {
             std::uint32_t peer = 0;
-            platform::UniqueSocket client = platform::acceptSocket(m_listening.get(), peer);
+            platform::UniqueSocket client = platform::acceptSocket(listening, peer);
             if (!client) return;
             char bytes[256];
             // The client opens with its option sequence.
@@ -52,9 +52,14 @@ public:
     ~ScriptedShellServerC()
     {
         m_stop = true;
-        platform::shutdownSocket(m_listening.get());
-        m_listening.reset();
+        // A connection of its own ends an accept that still waits (on both platforms); the listening socket
+        // goes only once the thread no longer uses it.
+        {
+            platform::UniqueSocket wake = platform::createTcpSocket();
+            platform::connectSocket(wake.get(), platform::kLoopbackAddress, m_port);
+        }
         if (m_thread.joinable()) m_thread.join();
+        m_listening.reset();
     }
 
 private:
