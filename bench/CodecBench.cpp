@@ -17,7 +17,7 @@
 #include "sep/RecordCoding.h"
 #include "sep/SerialFramerC.h"
 #include "sep/server/HalvernSepImpl.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 
 namespace {
 

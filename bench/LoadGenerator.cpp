@@ -11,7 +11,7 @@
 #include "platform/WinError.h"
 #include "sep/ConnectionHandlerC.h"
 #include "sep/ReaderConnectionC.h"
-#include "sep/server/HalvernSepImpl.h"
+#include "sep/CommandSet.h"
 
 namespace HalvernBench {
 namespace {
@@ -283,7 +283,7 @@ std::vector<std::uint8_t> apiLevelReplyFrame(SEP::CodingE coding)
 {
     return SEP::encodeFrame(coding, 1001, SEP::MESSAGE_KIND_REPLY, {}, {}, [](SEP::DataWriterI& writer) {
         return writer.writeI32(HalvernRpc::kReturnCodeSuccess) && writer.writeI32(HalvernRpc::kFacility) &&
-               writer.writeU16(0) && writer.writeI32(HalvernSepImpl::kApiLevel);
+               writer.writeU16(0) && writer.writeI32(HalvernRpc::kApiLevel);
     });
 }
 

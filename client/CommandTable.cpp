@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "sep/server/HalvernSepImpl.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/CommandSet.h"
+#include "sep/HalvernSepRecords.h"
 
 namespace SEP {
 namespace {
@@ -89,7 +89,7 @@ void layoutOf(std::vector<std::string>& specs, std::vector<std::string>& names)
 template <typename Reply = NoRecordT, typename Request = NoRecordT>
 CommandInfoT entry(std::uint16_t id, const char* subcommand)
 {
-    const std::string serverName = HalvernSepImpl::CommandName(id);
+    const std::string serverName = HalvernRpc::commandName(id);
     CommandInfoT info{id, serverName == "UKNOWN SEP CMD" ? std::string() : serverName, subcommand, {}, {}, {}, {}};
     layoutOf<Reply>(info.replyFields, info.replyNames);
     layoutOf<Request>(info.requestFields, info.requestNames);

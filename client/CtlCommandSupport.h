@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "client/CtlCommands.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 
 namespace SEP::ctl {
 

@@ -5,7 +5,7 @@
 #include "client/ReportC.h"
 #include "client/SepExchangeC.h"
 #include "sep/RecordCoding.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 
 namespace SEP {
 namespace {

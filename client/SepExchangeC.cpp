@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "sep/RecordCoding.h"
-#include "sep/server/HalvernSepImpl.h"
+#include "sep/CommandSet.h"
 
 namespace SEP {
 

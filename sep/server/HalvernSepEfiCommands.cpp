@@ -15,7 +15,7 @@
 #include "platform/WinError.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sep/server/HalvernSepImpl.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "sysmanager/SysManagerC.h"
 
 namespace HalvernSepHandlers {

@@ -3,7 +3,7 @@
 #include "framework/InstrumentEvents.h"
 #include "sep/RecordCoding.h"
 #include "sep/server/HalvernSepImpl.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "sep/server/SepServer.h"
 #include "sysmanager/SysManagerC.h"
 

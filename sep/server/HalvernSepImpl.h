@@ -8,41 +8,18 @@
 #include "framework/InstrumentEvents.h"
 #include "framework/SerializableI.h"
 #include "sep/ChannelC.h"
-
-namespace HalvernRpc {
-
-constexpr std::int32_t kReturnCodeSuccess = 1097;
-constexpr std::int32_t kReturnCodeError = 889;
-constexpr std::int32_t kFacility = 10;
-constexpr std::uint16_t kErrorTextMax = 2048;
-
-enum SepErrorCode : int {
-    SEP_ERR_DECODE = 0,
-    SEP_ERR_EFI = 1,
-    SEP_ERR_WIFI_SET = 2,
-    SEP_ERR_WIFI_GET = 3,
-    SEP_ERR_NOT_TERMINATED = 4,
-    SEP_ERR_RTC = 5,
-    SEP_ERR_GENERAL = 6,
-    SEP_ERR_RANGE = 7,
-};
-
-// The text of an error reply: the code's text, " ( detail)" when a detail is given, "error code: n" when a
-// failure number is given.
-std::string composeErrorText(int code, const std::string& detail, const std::int32_t* failureNumber);
-
-}  // namespace HalvernRpc
+#include "sep/CommandSet.h"
 
 class HalvernSepImpl {
 public:
-    static constexpr std::int32_t kApiLevel = 51;
+    static constexpr std::int32_t kApiLevel = HalvernRpc::kApiLevel;
     // The detail of the error reply (code 6) that answers a command whose success reply the coding
     // refused.
     static constexpr const char* kReplyNotEncodable =
         "reply not encodable: a text holds a control character or a byte above 0x7E";
 
-    // "UKNOWN SEP CMD" for an id that the table does not name.
-    static const char* CommandName(std::uint16_t messageId);
+    // The command table's name of `messageId` (HalvernRpc::commandName).
+    static const char* CommandName(std::uint16_t messageId) { return HalvernRpc::commandName(messageId); }
     // One handler per command id of the table and the default callback for every other id.
     static void RegisterHandlers(SEP::ChannelC& channel);
 

@@ -10,7 +10,7 @@
 #include "net/WlanDriverManager.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sep/server/HalvernSepImpl.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 
 namespace HalvernSepHandlers {
 namespace {

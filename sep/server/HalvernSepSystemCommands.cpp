@@ -5,7 +5,7 @@
 #include "platform/Text.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sep/server/HalvernSepImpl.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "sysmanager/SysManagerC.h"
 
 namespace HalvernSepHandlers {

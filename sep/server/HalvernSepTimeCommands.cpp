@@ -7,7 +7,7 @@
 #include "app/Log.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sep/server/HalvernSepImpl.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "spb/SpbApi.h"
 #include "sysmanager/SysManagerC.h"
 

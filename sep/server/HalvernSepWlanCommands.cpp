@@ -9,7 +9,7 @@
 #include "net/WlanChannelList.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sep/server/HalvernSepImpl.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 
 namespace HalvernSepHandlers {
 namespace {

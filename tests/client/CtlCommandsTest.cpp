@@ -14,7 +14,7 @@
 #include "client/TimeZones.h"
 #include "sep/SepCommandTestSupport.h"
 #include "sep/server/HalvernSepImpl.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/SysManagerC.h"
 

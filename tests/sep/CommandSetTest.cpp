@@ -13,7 +13,7 @@
 #include "sep/RecordCoding.h"
 #include "sep/SepCommandTestSupport.h"
 #include "sep/SepTestSupport.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/SysManagerC.h"
 

@@ -7,7 +7,7 @@
 #include "platform/Text.h"
 #include "sep/RecordCoding.h"
 #include "sep/SepCommandTestSupport.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "support/TestEnvironment.h"
 
 namespace halvern::test {

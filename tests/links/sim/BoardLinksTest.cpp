@@ -14,7 +14,7 @@
 #include "platform/sim/SimRoot.h"
 #include "sep/RecordCoding.h"
 #include "sep/SepCommandTestSupport.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "sim/board/CalibrationMutexesC.h"
 #include "sim/board/HmiBoardModelC.h"
 #include "sim/board/SensorBoardModelC.h"

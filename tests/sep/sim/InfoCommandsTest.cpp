@@ -6,7 +6,7 @@
 #include "platform/sim/SimRegistry.h"
 #include "sep/RecordCoding.h"
 #include "sep/SepCommandTestSupport.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "sim/ControlCommands.h"
 #include "sim/HardwareSim.h"
 #include "support/TestEnvironment.h"

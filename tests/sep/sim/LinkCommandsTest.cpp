@@ -9,7 +9,7 @@
 #include "platform/sim/SimRoot.h"
 #include "sep/RecordCoding.h"
 #include "sep/SepCommandTestSupport.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "support/ScriptProgram.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/SysManagerC.h"

@@ -9,7 +9,7 @@
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimWriteFilter.h"
 #include "sep/SepCommandTestSupport.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "sim/standin/StandInInstall.h"
 #include "support/TestEnvironment.h"
 #include "tests/sim/board/BoardTestSupport.h"

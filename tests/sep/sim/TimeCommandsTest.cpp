@@ -11,7 +11,7 @@
 #include "platform/FileSystem.h"
 #include "sep/RecordCoding.h"
 #include "sep/SepCommandTestSupport.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "spb/SpbEnable.h"
 #include "sysmanager/sim/TimeTestSupport.h"
 

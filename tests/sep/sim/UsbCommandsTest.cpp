@@ -9,7 +9,7 @@
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimUsbBus.h"
 #include "sep/SepCommandTestSupport.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "sim/ControlCommands.h"
 #include "sim/WindowsControlCommands.h"
 #include "sim/standin/StandInInstall.h"

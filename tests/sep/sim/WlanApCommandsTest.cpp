@@ -16,7 +16,7 @@
 #include "net/WlanAp.h"
 #include "net/WlanChanSelector.h"
 #include "sep/SepCommandTestSupport.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "sim/ControlCommands.h"
 #include "sim/wlan/HostedNetworkControlCommands.h"
 #include "sim/wlan/RadioControlCommands.h"

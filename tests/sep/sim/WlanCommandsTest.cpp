@@ -15,7 +15,7 @@
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimWriteFilter.h"
 #include "sep/SepCommandTestSupport.h"
-#include "sep/server/HalvernSepRecords.h"
+#include "sep/HalvernSepRecords.h"
 #include "tests/net/sim/WlanInstrument.h"
 
 namespace halvern::test {
