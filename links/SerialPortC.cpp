@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <thread>
 
 #include "app/Log.h"
@@ -22,6 +24,13 @@ constexpr int kStartPolls = 2000;
 // How often a port whose event wait cannot block is read instead.
 constexpr std::uint32_t kEventlessPollMs = 5;
 constexpr const char* kFallbackMode = "9600,n,8,1";
+// A write the port has not taken by then is cancelled: flow control held by a hung board must not hold the
+// command that writes.
+constexpr std::uint32_t kWriteWaitMs = 5000;
+// How long a transaction waits for another one on the same port (the longest a client may collect a reply
+// for, and some), and how often it looks whether its work was cancelled meanwhile.
+constexpr auto kPortTurnWait = std::chrono::seconds(65);
+constexpr auto kPortTurnSlice = std::chrono::milliseconds(50);
 
 std::string errorText()
 {
@@ -31,6 +40,30 @@ std::string errorText()
 void appendToReply(void* context, const std::string& message)
 {
     static_cast<std::string*>(context)->append(message);
+}
+
+// Windows opens a COM port for one owner at a time, so transactions on one port take turns: a second one
+// (another client, or a command beside start-up) would otherwise fail to open it.
+std::timed_mutex& portTurn(const std::wstring& port)
+{
+    static std::mutex lock;
+    static std::map<std::wstring, std::unique_ptr<std::timed_mutex>> turns;
+    const std::lock_guard<std::mutex> guard(lock);
+    auto& turn = turns[port];
+    if (!turn) turn = std::make_unique<std::timed_mutex>();
+    return *turn;
+}
+
+// False when the port stayed busy past kPortTurnWait or the waiting work was cancelled.
+bool awaitTurn(std::unique_lock<std::timed_mutex>& turn)
+{
+    BSS::announceWait();
+    const auto start = std::chrono::steady_clock::now();
+    while (!turn.try_lock_for(kPortTurnSlice)) {
+        if (BSS::CancelTokenC::currentCancelled() || std::chrono::steady_clock::now() - start > kPortTurnWait)
+            return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -237,8 +270,11 @@ bool SerialPortC::write(const std::string& bytes)
         logError("Failed to write to port " + m_portText);
         return false;
     }
-    if (platform::waitForSingleObject(overlapped.event(), platform::kInfinite) != platform::kWaitObject0) {
+    if (platform::waitForSingleObject(overlapped.event(), kWriteWaitMs) != platform::kWaitObject0) {
         logError("Failed to wait for result of write operation for port " + m_portText);
+        // The write must not complete into the structure after it has gone.
+        platform::cancelIo(m_device.get());
+        platform::waitForSingleObject(overlapped.event(), kWriteWaitMs);
         return false;
     }
     std::uint32_t written = 0;
@@ -287,6 +323,11 @@ bool comPortTransaction(const std::string& role, const std::string& terminator, 
     // an empty reply that reads as success.
     if (cutAt.empty()) {
         WriteLog("[ERROR]: No terminator to cut the reply of COM port %s at", portText.c_str());
+        return false;
+    }
+    std::unique_lock<std::timed_mutex> turn(portTurn(entry.port), std::defer_lock);
+    if (!awaitTurn(turn)) {
+        WriteLog("[ERROR]: COM port %s stayed busy with another transaction", portText.c_str());
         return false;
     }
     SerialPortC port(entry.port);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <future>
 
 #include "app/LogText.h"
 #include "app/StartUpSteps.h"
@@ -193,6 +194,36 @@ TEST_F(BoardLinksTest, CommandsOnTheBoardsShellFailWithTheirStatusAndTheConsoleA
     EXPECT_TRUE(containsInOrder(
         logMessages(), {"Got request to execute test command 3", "Test command: wait for MORA eth, timeout: 500",
                         "MORA Ethernet connection successful."}));
+}
+
+TEST_F(BoardLinksTest, TwoClientsTransactionsOnTheBoardsConsoleAtOnceBothGetTheBoardsAnswer)
+{
+    ASSERT_TRUE(booted());
+    const auto transaction = [](const std::string& input) {
+        REC::UartTransCmd uart;
+        std::string("MORA").copy(uart.uartName, 4);
+        input.copy(uart.input, input.size());
+        uart.a = 400;
+        return uart;
+    };
+    auto login = transaction("root\r\n");
+    ASSERT_EQ(ask(1036, login).returnCode, 1097);
+
+    // Two service tools on the two ports: the console's port opens for one owner at a time, so the second
+    // transaction waits for the first instead of failing to open it.
+    SepCommandPort first;
+    SepCommandPort second;
+    const auto run = [&transaction](SepCommandPort& client) {
+        auto uart = transaction("uname -o\r\n");
+        const CommandReplyT reply = client.askRecord(1036, uart);
+        if (reply.returnCode != 1097) return "error: " + reply.errorText;
+        if (SEP::decodeRecord(*reply.frame.coder, uart) != SEP::DecodeResultE::Ok) return std::string("undecodable");
+        return std::string(uart.reply);
+    };
+    auto one = std::async(std::launch::async, run, std::ref(first));
+    auto two = std::async(std::launch::async, run, std::ref(second));
+    EXPECT_THAT(one.get(), HasSubstr("GNU/Linux"));
+    EXPECT_THAT(two.get(), HasSubstr("GNU/Linux"));
 }
 
 TEST_F(BoardLinksTest, ATestCommandWhoseReplyCannotBeEncodedIsAnsweredWithAnErrorThatSaysWhy)
