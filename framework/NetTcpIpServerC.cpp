@@ -276,6 +276,36 @@ void NetTcpIpServerC::resumeReceiving(int connection)
     wake();
 }
 
+bool NetTcpIpServerC::receiveHeld(int connection, std::vector<std::uint8_t>& bytes, std::uint32_t milliseconds)
+{
+    const ClientPtr client = find(connection);
+    if (!client || !client->holdReceiving) return false;
+    platform::SocketValue socket;
+    {
+        std::lock_guard<std::mutex> guard(client->lock);
+        if (client->dropped || !client->socket) return false;
+        client->reading = true;
+        socket = client->socket.get();
+    }
+    std::vector<platform::SocketPollT> readable{{socket, false}};
+    int received = 0;
+    if (platform::selectSockets(&readable, nullptr, nullptr, milliseconds) > 0 && readable[0].ready) {
+        const std::size_t before = bytes.size();
+        bytes.resize(before + m_config.receiveSize);
+        received = platform::receiveSocket(socket, bytes.data() + before, m_config.receiveSize);
+        bytes.resize(before + static_cast<std::size_t>(std::max(received, 0)));
+    }
+    {
+        std::lock_guard<std::mutex> guard(client->lock);
+        client->reading = false;
+        if (client->closeLeftToReader) client->socket.reset();
+    }
+    if (received > 0)
+        debugLog(kDebugLevelTraffic, "%s: %d bytes on connection %d on port %d\n", "receiveHeld", received,
+                 connection, m_boundPort);
+    return received > 0;
+}
+
 void NetTcpIpServerC::refuse(platform::UniqueSocket socket, const char* text)
 {
     // The text goes with its NUL so that a client can print what it received as it is.
@@ -360,10 +390,21 @@ void NetTcpIpServerC::closeClient(int connection)
         client->dropped = true;
         client->output.clear();
         client->queued = 0;
-        client->socket.reset();
+        closeSocket(*client);
     }
     client->room.notify_all();
     m_listener.onClientClosed(connection);
+}
+
+void NetTcpIpServerC::closeSocket(ClientT& client)
+{
+    if (!client.reading) {
+        client.socket.reset();
+        return;
+    }
+    // The reading thread waits on the socket: the shutdown ends its wait, and it closes the socket after.
+    platform::shutdownSocket(client.socket.get());
+    client.closeLeftToReader = true;
 }
 
 void NetTcpIpServerC::dropClient(ClientT& client, const char* why)
@@ -392,7 +433,7 @@ void NetTcpIpServerC::closeClientConnections()
             entry.second->output.clear();
             entry.second->queued = 0;
             platform::shutdownSocket(entry.second->socket.get());
-            entry.second->socket.reset();
+            closeSocket(*entry.second);
         }
         entry.second->room.notify_all();
         m_listener.onClientClosed(entry.first);

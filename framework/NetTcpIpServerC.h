@@ -89,6 +89,12 @@ public:
     bool waitForRoom(int connection);
     // Lets the I/O task read a connection again whose listener asked it to hold.
     void resumeReceiving(int connection);
+    // While its reads are held, the listener's own thread may read the connection: waits up to
+    // `milliseconds` for what the client sends next and appends it to `bytes` (at most the receive size).
+    // False when nothing came, the reads are not held or the connection ended; the caller then gives the
+    // reads back with resumeReceiving(), and the I/O task sees any end itself. A busy client's commands
+    // then cost one wake-up each instead of two.
+    bool receiveHeld(int connection, std::vector<std::uint8_t>& bytes, std::uint32_t milliseconds);
     // What waits in the connection's output queue (0 for one that is gone).
     std::size_t queuedBytes(int connection) const;
     std::vector<int> connections() const;
@@ -101,8 +107,11 @@ private:
     struct ClientT {
         explicit ClientT(int connectionId) : id(connectionId) {}
         const int id;
-        // Closed only by the I/O task, under `lock`.
+        // Closed only by the I/O task, under `lock`; while `reading` (a held connection read by its
+        // listener's thread) it is only shut down, and that thread closes it when it is done.
         platform::UniqueSocket socket;
+        bool reading = false;
+        bool closeLeftToReader = false;
         std::mutex lock;
         std::condition_variable room;
         // Queued output, oldest first; `sent` bytes of the front chunk have left already.
@@ -127,6 +136,8 @@ private:
     void receiveFrom(const ClientPtr& client);
     // Writes what the socket takes of the client's queue (client lock held); false when it failed.
     bool sendQueued(ClientT& client);
+    // Closes the client's socket now, or leaves it to the thread reading it (client lock held).
+    void closeSocket(ClientT& client);
     void refuse(platform::UniqueSocket socket, const char* text);
     ClientPtr find(int connection) const;
     void closeClient(int connection);

@@ -7,12 +7,13 @@
 namespace HalvernRpc {
 
 CommandQueueC::CommandQueueC(RunFn run, ResumeFn resume, BSS::CancelTokenC* cancel, EndedFn ended,
-                             BeforeWaitFn beforeWait)
+                             BeforeWaitFn beforeWait, ReadMoreFn readMore)
     : m_run(std::move(run)),
       m_cancel(cancel),
       m_resume(std::move(resume)),
       m_onEnded(std::move(ended)),
-      m_beforeWait(std::move(beforeWait))
+      m_beforeWait(std::move(beforeWait)),
+      m_readMore(std::move(readMore))
 {}
 
 CommandQueueC::~CommandQueueC()
@@ -43,7 +44,7 @@ bool CommandQueueC::push(const std::uint8_t* data, std::size_t length)
         m_waitingBytes += length;
         // A thread busy with a command takes the chunk when it is done: only a waiting one is woken.
         wake = m_idle;
-        if (m_waitingBytes >= kHoldBytes) {
+        if (m_readMore || m_waitingBytes >= kHoldBytes) {
             m_holding = true;
             keepReading = false;
         }
@@ -51,6 +52,12 @@ bool CommandQueueC::push(const std::uint8_t* data, std::size_t length)
     // Outside the lock: the woken thread does not block on it at once. All: waitEnded() shares the condition.
     if (wake) m_changed.notify_all();
     return keepReading;
+}
+
+bool CommandQueueC::closed()
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    return m_closed;
 }
 
 void CommandQueueC::close()
@@ -87,11 +94,17 @@ void CommandQueueC::serve()
             bytes.insert(bytes.end(), m_chunks.front().begin(), m_chunks.front().end());
             m_chunks.pop_front();
         }
+        const std::size_t taken = bytes.size();
         guard.unlock();
         m_run(bytes);
+        bytes.clear();
+        while (m_readMore && !closed() && m_readMore(bytes) && !closed()) {
+            m_run(bytes);
+            bytes.clear();
+        }
         guard.lock();
-        m_waitingBytes -= std::min(m_waitingBytes, bytes.size());
-        if (m_holding && m_waitingBytes < kHoldBytes / 2 && !m_closed) {
+        m_waitingBytes -= std::min(m_waitingBytes, taken);
+        if (m_holding && (m_readMore || m_waitingBytes < kHoldBytes / 2) && !m_closed) {
             m_holding = false;
             guard.unlock();
             m_resume();

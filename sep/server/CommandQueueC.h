@@ -28,10 +28,16 @@ public:
     // `cancel` becomes the thread's cancel token (it must outlive the queue); `ended` runs on the thread as
     // its last work once the queue is closed.
     // `beforeWait` becomes the thread's before-wait hook (see CancelTokenC::setBeforeWait).
+    // `readMore`, when given, lets the thread read the connection itself while its client keeps sending:
+    // the I/O task holds the connection's reads after every chunk it hands over (push answers false), and
+    // the thread, once it has run what it got, asks `readMore` for the client's next bytes; when none come
+    // in time it gives the reads back (`resume`) and waits. A busy client then costs one wake-up per
+    // command instead of two (the I/O task's and this thread's).
     using EndedFn = std::function<void()>;
     using BeforeWaitFn = std::function<void()>;
+    using ReadMoreFn = std::function<bool(std::vector<std::uint8_t>& bytes)>;
     CommandQueueC(RunFn run, ResumeFn resume, BSS::CancelTokenC* cancel = nullptr, EndedFn ended = {},
-                  BeforeWaitFn beforeWait = {});
+                  BeforeWaitFn beforeWait = {}, ReadMoreFn readMore = {});
     // Closes and waits for the thread: the command running then still ends by its own bound.
     ~CommandQueueC();
     CommandQueueC(const CommandQueueC&) = delete;
@@ -50,12 +56,14 @@ public:
 
 private:
     void serve();
+    bool closed();
 
     RunFn m_run;
     BSS::CancelTokenC* m_cancel;
     ResumeFn m_resume;
     EndedFn m_onEnded;
     BeforeWaitFn m_beforeWait;
+    ReadMoreFn m_readMore;
     std::mutex m_lock;
     std::condition_variable m_changed;
     std::deque<std::vector<std::uint8_t>> m_chunks;

@@ -6,6 +6,13 @@
 #include "app/Log.h"
 
 namespace HalvernRpc {
+namespace {
+
+// How long a connection's thread waits for its client's next command before it gives the reads back to
+// the I/O task: longer than a busy client's round trip, short enough that an idle one costs one wake-up.
+constexpr std::uint32_t kReadOnMs = 20;
+
+}  // namespace
 
 ReaderWriterChannelSetupC::ReaderWriterChannelSetupC() : m_channel(m_router)
 {
@@ -81,7 +88,11 @@ void ReaderWriterChannelSetupC::onClientConnected(int connection)
         },
         &m_cancel, [handler] { handler->summarizeDrops(); },
         // Replies held back to leave with later ones go before a command starts a wait of its own.
-        [handler] { handler->flush(true); });
+        [handler] { handler->flush(true); },
+        // A client that keeps sending is read by its own thread; one that pauses goes back to the I/O task.
+        [this, connection](std::vector<std::uint8_t>& bytes) {
+            return m_server != nullptr && m_server->receiveHeld(connection, bytes, kReadOnMs);
+        });
     if (!entry->commands->start()) {
         WriteLog("[%s] [ERROR]: cannot start the command queue of connection %d",
                  "ReaderWriterChannelSetupC::onClientConnected", connection);

@@ -13,6 +13,7 @@
 #include "platform/Clock.h"
 #include "sep/SepTestSupport.h"
 #include "sep/server/TcpIpServerChannelSetupC.h"
+#include "support/Eventually.h"
 #include "support/TestEnvironment.h"
 
 namespace halvern::test {
@@ -330,6 +331,35 @@ TEST_F(TcpServerTest, AClientThatNeverReadsItsRepliesIsDroppedWhileOthersAreServ
     drainUntilClosed(*silent);
     EXPECT_EQ(increment(*other, 9), 10);
     EXPECT_EQ(server->server().clientCount(), 1u);
+}
+
+// A busy client's next command is read by its connection's own thread; a pause gives the reads back to the
+// port's I/O task. Nothing may be lost at either hand-over, and an end seen by either reader closes the
+// connection.
+TEST_F(TcpServerTest, AClientThatKeepsSendingOrPausesOrLeavesRightAfterAReplyIsServedAndItsEndIsSeen)
+{
+    start();
+    auto busy = connect();
+    for (std::uint32_t value = 0; value < 300; ++value)
+        ASSERT_EQ(increment(*busy, value), value + 1) << "closed loop, command " << value;
+    // Longer than the thread reads on: the next command reaches the I/O task first.
+    platform::sleepMs(100);
+    EXPECT_EQ(increment(*busy, 7, SEP::CodingE::Ascii), 8);
+    EXPECT_EQ(increment(*busy, 8), 9);
+
+    // Gone while its thread waits on the socket for more.
+    busy.reset();
+    auto other = connect();
+    ASSERT_EQ(increment(*other, 1), 2);
+    EXPECT_TRUE(eventually([&] { return server->server().clientCount() == 1; }))
+        << "the closed client was not seen: " << server->server().clientCount() << " clients";
+
+    // Stopped while a thread waits on its client's socket: the stop does not wait for the client.
+    ASSERT_EQ(increment(*other, 2), 3);
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_TRUE(server->stop());
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
+    drainUntilClosed(*other);
 }
 
 TEST_F(TcpServerTest, EventsReachEveryClientAndStopClosesThem)

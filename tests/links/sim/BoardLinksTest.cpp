@@ -24,7 +24,7 @@
 #include "sim/standin/StandInInstall.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/SysManagerC.h"
-#include "tests/sim/board/BoardTestSupport.h"
+#include "support/Eventually.h"
 #include "tests/sim/i2c/ServedI2cDevices.h"
 
 namespace halvern::test {

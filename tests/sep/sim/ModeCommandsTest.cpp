@@ -12,7 +12,7 @@
 #include "sep/HalvernSepRecords.h"
 #include "sim/standin/StandInInstall.h"
 #include "support/TestEnvironment.h"
-#include "tests/sim/board/BoardTestSupport.h"
+#include "support/Eventually.h"
 #include "tests/sysmanager/sim/DeviceModeTestSupport.h"
 
 namespace halvern::test {

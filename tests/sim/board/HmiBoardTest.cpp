@@ -15,7 +15,7 @@
 #include "sim/board/HmiControlCommands.h"
 #include "sim/standin/StandInInstall.h"
 #include "support/TestEnvironment.h"
-#include "tests/sim/board/BoardTestSupport.h"
+#include "support/Eventually.h"
 
 namespace halvern::test {
 namespace {

@@ -11,7 +11,7 @@
 #include "sim/board/SensorBoardControlCommands.h"
 #include "sim/board/SensorBoardModelC.h"
 #include "support/TestEnvironment.h"
-#include "tests/sim/board/BoardTestSupport.h"
+#include "support/Eventually.h"
 
 namespace halvern::test {
 namespace {

@@ -14,7 +14,7 @@
 #include "sim/standin/StandInInstall.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/SysManagerC.h"
-#include "tests/sim/board/BoardTestSupport.h"
+#include "support/Eventually.h"
 #include "tests/sysmanager/sim/DeviceModeTestSupport.h"
 
 namespace halvern::test {

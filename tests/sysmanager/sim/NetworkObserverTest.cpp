@@ -10,7 +10,7 @@
 #include "sim/standin/StandInInstall.h"
 #include "support/TestEnvironment.h"
 #include "sysmanager/SysManagerC.h"
-#include "tests/sim/board/BoardTestSupport.h"
+#include "support/Eventually.h"
 
 namespace halvern::test {
 namespace {

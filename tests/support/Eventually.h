@@ -1,12 +1,12 @@
 #pragma once
-// What the board tests share: bounded waits for the simulated boards' own time lines.
+// A bounded wait for something another thread or process brings about on its own time line.
 #include <chrono>
 #include <functional>
 #include <thread>
 
 namespace halvern::test {
 
-// Polls `condition` until it holds or a generous limit passes; the boards move on real time.
+// Polls `condition` until it holds or a generous limit (3 s) passes.
 inline bool eventually(const std::function<bool()>& condition)
 {
     for (int attempt = 0; attempt < 300; ++attempt) {
