@@ -10,7 +10,8 @@
 #include "platform/Text.h"
 #include "platform/WinError.h"
 #include "platform/Window.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/ChildProcessesC.h"
+#include "sysmanager/WriteFilterC.h"
 
 namespace {
 
@@ -106,7 +107,23 @@ platform::StartupInfoT hiddenStartup()
 
 }  // namespace
 
-int SysManagerC::IsRunnigFromUserAccount()
+ChildProcessesC::ChildProcessesC(WriteFilterC& writeFilter) : m_writeFilter(writeFilter) {}
+
+void ChildProcessesC::SetZentorApplicationProcess(platform::UniqueHandle process)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_zentorFrontend = platform::ProcessInformationT{};
+    m_zentorFrontend.process = std::move(process);
+}
+
+bool ChildProcessesC::IsZentorApplicationRunning()
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    return m_zentorFrontend.process &&
+           platform::waitForSingleObject(m_zentorFrontend.process.get(), 0) == platform::kWaitTimeout;
+}
+
+int ChildProcessesC::IsRunnigFromUserAccount()
 {
     const char* tag = "SysManagerC::IsRunnigFromUserAccount";
     std::wstring user;
@@ -119,9 +136,9 @@ int SysManagerC::IsRunnigFromUserAccount()
     return user == L"SYSTEM" ? 0 : 1;
 }
 
-bool SysManagerC::CreateChildProcess(const std::wstring& application, const std::wstring& commandLine,
-                                     std::uint32_t creationFlags, const platform::StartupInfoT& startup,
-                                     platform::ProcessInformationT* started, bool useWinlogonToken)
+bool ChildProcessesC::CreateChildProcess(const std::wstring& application, const std::wstring& commandLine,
+                                         std::uint32_t creationFlags, const platform::StartupInfoT& startup,
+                                         platform::ProcessInformationT* started, bool useWinlogonToken)
 {
     const char* tag = "SysManagerC::CreateChildProcess";
     if (started == nullptr) return false;
@@ -163,7 +180,7 @@ bool SysManagerC::CreateChildProcess(const std::wstring& application, const std:
                                          *started);
 }
 
-bool SysManagerC::StartComApplication()
+bool ChildProcessesC::StartComApplication()
 {
     const char* tag = "SysManagerC::StartComApplication";
     if (!m_allowMxApplicationStartup) return true;
@@ -215,7 +232,7 @@ bool SysManagerC::StartComApplication()
     return true;
 }
 
-bool SysManagerC::VerifyAndCloseProcess(platform::ProcessInformationT* process)
+bool ChildProcessesC::VerifyAndCloseProcess(platform::ProcessInformationT* process)
 {
     const char* tag = "SysManagerC::VerifyAndCloseProcess";
     if (process == nullptr) return false;
@@ -237,7 +254,7 @@ bool SysManagerC::VerifyAndCloseProcess(platform::ProcessInformationT* process)
     return true;
 }
 
-void SysManagerC::ShutdownDiagnosticsService()
+void ChildProcessesC::ShutdownDiagnosticsService()
 {
     const char* tag = "SysManagerC::ShutdownDiagnosticsService";
     const std::string pipeName = platform::narrow(kDiagnosticsPipe).value_or(std::string());
@@ -257,7 +274,7 @@ void SysManagerC::ShutdownDiagnosticsService()
     WriteLog("[%s] got %d bytes from %s", tag, static_cast<int>(received), pipeName.c_str());
 }
 
-bool SysManagerC::RequestComApplicationExit()
+bool ChildProcessesC::RequestComApplicationExit()
 {
     const char* tag = "SysManagerC::RequestComApplicationExit";
     WriteLog("[%s]: Closing Zentor Backend", tag);
@@ -279,7 +296,7 @@ bool SysManagerC::RequestComApplicationExit()
     return true;
 }
 
-bool SysManagerC::IsInstrumentNameSet()
+bool ChildProcessesC::IsInstrumentNameSet()
 {
     std::wstring name;
     if (!platform::getComputerName(platform::ComputerNameE::NetBios, name)) return false;
@@ -293,14 +310,14 @@ bool SysManagerC::IsInstrumentNameSet()
     return number > kLastDefaultInstrumentNumber;
 }
 
-bool SysManagerC::SetInstrumentName(const std::wstring& name)
+bool ChildProcessesC::SetInstrumentName(const std::wstring& name)
 {
     const char* tag = "SysManagerC::SetInstrumentName";
     const bool renamed = platform::setComputerName(platform::ComputerNameE::PhysicalDnsHostname, name) &&
                          platform::setComputerName(platform::ComputerNameE::PhysicalNetBios, name);
     if (renamed) WriteLog("[%s]: Instrument name is set to [%S]", tag, name.c_str());
     WriteLog("[%s]: Applying UWF configuration", tag);
-    const std::uint32_t result = ConfigureUnifiedWriteFilter();
+    const std::uint32_t result = m_writeFilter.ConfigureUnifiedWriteFilter();
     if (result == 0)
         WriteLog("UWF configuration applied successfuly");
     else
@@ -308,7 +325,7 @@ bool SysManagerC::SetInstrumentName(const std::wstring& name)
     return renamed;
 }
 
-bool SysManagerC::ShowDesktop()
+bool ChildProcessesC::ShowDesktop()
 {
     // The taskbar's "minimise all" command.
     constexpr platform::WParam kMinimiseAll = 419;

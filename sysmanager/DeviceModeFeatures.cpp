@@ -18,7 +18,9 @@
 #include "platform/Text.h"
 #include "platform/UserRegistry.h"
 #include "platform/WinError.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/ChildProcessesC.h"
+#include "sysmanager/DeviceModesC.h"
+#include "sysmanager/WriteFilterC.h"
 
 namespace {
 
@@ -170,12 +172,12 @@ bool readConfiguredPortsOrSay(const char* tag, std::vector<int>& ports)
 
 }  // namespace
 
-bool SysManagerC::SetUWFilter(bool enable)
+bool DeviceModesC::SetUWFilter(bool enable)
 {
     const char* tag = "SysManagerC::SetUWFilter";
     WriteLog("Trying to configure the UWF");
     bool active = true;
-    if (!GetUWFilter(active)) {
+    if (!m_writeFilter.GetUWFilter(active)) {
         {
             std::lock_guard<std::recursive_mutex> guard(m_modeLock);
             m_modeFieldText = "Failed to get the current UWF configuration!";
@@ -199,7 +201,7 @@ bool SysManagerC::SetUWFilter(bool enable)
     return true;
 }
 
-bool SysManagerC::SetServiceStatus(const std::wstring& serviceName, bool disable)
+bool DeviceModesC::SetServiceStatus(const std::wstring& serviceName, bool disable)
 {
     const platform::UniqueServiceHandle manager = platform::openServiceManager();
     if (!manager) return false;
@@ -212,7 +214,7 @@ bool SysManagerC::SetServiceStatus(const std::wstring& serviceName, bool disable
     return platform::startService(service) || platform::lastError() == platform::kErrorServiceAlreadyRunning;
 }
 
-bool SysManagerC::portForwardCfgCMD(const std::wstring& parameters)
+bool DeviceModesC::portForwardCfgCMD(const std::wstring& parameters)
 {
     if (runElevatedTool(kNetsh, parameters)) return true;
     const int error = lastErrorNumber();
@@ -224,7 +226,7 @@ bool SysManagerC::portForwardCfgCMD(const std::wstring& parameters)
     return false;
 }
 
-bool SysManagerC::PortForwardingActivation()
+bool DeviceModesC::PortForwardingActivation()
 {
     const char* tag = "SysManagerC::PortForwardingActivation";
     std::vector<int> ports;
@@ -246,7 +248,7 @@ bool SysManagerC::PortForwardingActivation()
     return added;
 }
 
-bool SysManagerC::PortForwardingDeactivation()
+bool DeviceModesC::PortForwardingDeactivation()
 {
     const char* tag = "SysManagerC::PortForwardingDeactivation";
     std::vector<int> ports;
@@ -273,7 +275,7 @@ bool SysManagerC::PortForwardingDeactivation()
     return deleted;
 }
 
-bool SysManagerC::GetPortForwardingStatus(bool& active)
+bool DeviceModesC::GetPortForwardingStatus(bool& active)
 {
     std::string table;
     if (!readPortProxyTable(table)) {
@@ -287,7 +289,7 @@ bool SysManagerC::GetPortForwardingStatus(bool& active)
     return true;
 }
 
-bool SysManagerC::SetRemoteDesktopStatus(bool enable)
+bool DeviceModesC::SetRemoteDesktopStatus(bool enable)
 {
     const char* tag = "SysManagerC::SetRemoteDesktopStatus";
     WriteLog("SetRemoteDesktopStatus %d", enable ? 1 : 0);
@@ -321,7 +323,7 @@ bool SysManagerC::SetRemoteDesktopStatus(bool enable)
     return true;
 }
 
-bool SysManagerC::GetRemoteDesktopStatus(bool& enabled)
+bool DeviceModesC::GetRemoteDesktopStatus(bool& enabled)
 {
     platform::UniqueRegKey key;
     std::uint32_t deny = 0;
@@ -337,16 +339,16 @@ bool SysManagerC::GetRemoteDesktopStatus(bool& enabled)
     return true;
 }
 
-bool SysManagerC::hideMousePointer(bool hide)
+bool DeviceModesC::hideMousePointer(bool hide)
 {
     return writeMousePointerToRegistry(hide);
 }
 
-bool SysManagerC::writeMousePointerToRegistry(bool hidden)
+bool DeviceModesC::writeMousePointerToRegistry(bool hidden)
 {
     platform::UniqueRegKey key;
     platform::RegStatus status = 0;
-    if (IsRunnigFromUserAccount() >= 1) {
+    if (m_childProcesses.IsRunnigFromUserAccount() >= 1) {
         status = platform::regCreateKey(platform::RegHive::CurrentUser, kCursorsKey, key);
     } else {
         // SYSTEM's own HKCU is nobody's screen: the pointer is the logged-on user's, whose session the
@@ -374,7 +376,7 @@ bool SysManagerC::writeMousePointerToRegistry(bool hidden)
     return true;
 }
 
-bool SysManagerC::RestartExplorer()
+bool DeviceModesC::RestartExplorer()
 {
     const char* tag = "SysManagerC::RestartExplorer";
     if (!setUserinit(tag, kUserinitWithShell)) return false;
@@ -388,7 +390,7 @@ bool SysManagerC::RestartExplorer()
         }
     }
     platform::ProcessInformationT started;
-    if (!CreateChildProcess(kExplorer, L"", 0, platform::StartupInfoT{}, &started, false)) {
+    if (!m_childProcesses.CreateChildProcess(kExplorer, L"", 0, platform::StartupInfoT{}, &started, false)) {
         const int error = lastErrorNumber();
         WriteLog("[%s] [ERROR]: Failed to start the explorer, ERROR(%d)", tag, error);
         platform::setLastError(static_cast<std::uint32_t>(error));
@@ -397,7 +399,7 @@ bool SysManagerC::RestartExplorer()
     return true;
 }
 
-bool SysManagerC::TerminateExplorer()
+bool DeviceModesC::TerminateExplorer()
 {
     const char* tag = "SysManagerC::TerminateExplorer";
     if (!setUserinit(tag, kUserinitWithoutShell)) return false;
@@ -422,7 +424,7 @@ bool SysManagerC::TerminateExplorer()
     return ended;
 }
 
-bool SysManagerC::SetWinFirewall(platform::FirewallProfileE profile, bool enable)
+bool DeviceModesC::SetWinFirewall(platform::FirewallProfileE profile, bool enable)
 {
     const platform::FirewallResultT result = platform::setFirewallEnabled(profile, enable);
     const unsigned long hresult = result.hresult;
@@ -442,23 +444,4 @@ bool SysManagerC::SetWinFirewall(platform::FirewallProfileE profile, bool enable
     }
     platform::setLastError(result.hresult);
     return false;
-}
-
-std::uint32_t SysManagerC::ConfigureUnifiedWriteFilter()
-{
-    // What a renaming writes: the computer name for the next boot and the TCP/IP host names.
-    const struct {
-        const wchar_t* key;
-        const wchar_t* value;
-    } kNameValues[] = {
-        {L"HKLM\\SYSTEM\\CurrentControlSet\\Control\\ComputerName\\ComputerName", L"ComputerName"},
-        {L"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters", L"Hostname"},
-        {L"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters", L"NV Hostname"},
-    };
-    // E_FAIL: CommitRegistryValue has logged which value and why.
-    constexpr std::uint32_t kFailed = 0x80004005u;
-    std::uint32_t result = 0;
-    for (const auto& name : kNameValues)
-        if (!CommitRegistryValue(name.key, name.value)) result = kFailed;
-    return result;
 }

@@ -8,9 +8,12 @@
 #include "net/NetManagerC.h"
 #include "platform/FileSystem.h"
 #include "platform/WinError.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/ChildProcessesC.h"
+#include "sysmanager/DeviceModesC.h"
+#include "sysmanager/NetworkObserverC.h"
+#include "sysmanager/WriteFilterC.h"
 
-struct SysManagerC::DeviceModeTextsT {
+struct DeviceModesC::DeviceModeTextsT {
     const char* tag;
     const char* entryLog;
     const char* flagFileFailure;
@@ -25,7 +28,7 @@ namespace {
 
 constexpr int kSpeed100MbFullDuplex = 4;
 
-const SysManagerC::DeviceModeTextsT kProductionTexts = {
+const DeviceModesC::DeviceModeTextsT kProductionTexts = {
     "SysManagerC::productionMode",
     "productionMode %d",
     "Device Mode Change to Production mode: not successful completion, some features are not suitably configured.",
@@ -37,7 +40,7 @@ const SysManagerC::DeviceModeTextsT kProductionTexts = {
     true,
 };
 
-const SysManagerC::DeviceModeTextsT kServiceTexts = {
+const DeviceModesC::DeviceModeTextsT kServiceTexts = {
     "SysManagerC::serviceMode",
     "serviceMode %d",
     "Device Mode Change to Service mode: not successful completion, some features are not suitably configured.",
@@ -56,29 +59,34 @@ int lastErrorNumber()
 
 }  // namespace
 
-bool SysManagerC::productionMode(bool enable, CurDevModeInfo& result)
+DeviceModesC::DeviceModesC(WriteFilterC& writeFilter, ChildProcessesC& childProcesses,
+                           NetworkObserverC& networkObserver)
+    : m_writeFilter(writeFilter), m_childProcesses(childProcesses), m_networkObserver(networkObserver)
+{}
+
+bool DeviceModesC::productionMode(bool enable, CurDevModeInfo& result)
 {
     return switchDeviceMode(kProductionTexts, enable, result);
 }
 
-bool SysManagerC::serviceMode(bool enable, CurDevModeInfo& result)
+bool DeviceModesC::serviceMode(bool enable, CurDevModeInfo& result)
 {
     return switchDeviceMode(kServiceTexts, enable, result);
 }
 
-void SysManagerC::setModeField(char (&field)[CurDevModeInfo::kTextChars], const std::string& text)
+void DeviceModesC::setModeField(char (&field)[CurDevModeInfo::kTextChars], const std::string& text)
 {
     m_modeFieldText = text;
     const std::size_t copied = m_modeFieldText.copy(field, sizeof field - 1);
     field[copied] = '\0';
 }
 
-bool SysManagerC::switchDeviceMode(const DeviceModeTextsT& texts, bool enable, CurDevModeInfo& result)
+bool DeviceModesC::switchDeviceMode(const DeviceModeTextsT& texts, bool enable, CurDevModeInfo& result)
 {
     std::lock_guard<std::recursive_mutex> guard(m_modeLock);
     // Whatever way the switch ends, the next one starts without this one's texts.
     struct ScratchReset {
-        SysManagerC& manager;
+        DeviceModesC& manager;
         ~ScratchReset()
         {
             manager.m_modeFieldText.clear();
@@ -89,13 +97,13 @@ bool SysManagerC::switchDeviceMode(const DeviceModeTextsT& texts, bool enable, C
     const char* tag = texts.tag;
     WriteLog(texts.entryLog, enable ? 1 : 0);
 
-    if (!IsInstrumentNameSet() && !enable) {
+    if (!m_childProcesses.IsInstrumentNameSet() && !enable) {
         setModeField(result.writeFilter, "Invalid instrument name, custom mode not allowed!");
         WriteLog("[ERROR]: Invalid instrument name, custom mode not allowed!");
         return false;
     }
     // An opened device may route beyond its own links again.
-    if (enable) stopNetworkObserver(true);
+    if (enable) m_networkObserver.stopNetworkObserver(true);
 
     if (m_modeSwitchPending != 0) {
         WriteLog("[ERROR]: No switch possible before restarting device");
@@ -105,7 +113,7 @@ bool SysManagerC::switchDeviceMode(const DeviceModeTextsT& texts, bool enable, C
 
     bool succeeded = true;
     bool uwfActive = true;
-    if (!GetUWFilter(uwfActive)) {
+    if (!m_writeFilter.GetUWFilter(uwfActive)) {
         setModeField(result.writeFilter, "Failed to get the current UWF configuration!");
         WriteLog("[%s] [ERROR]: GetUWFilter Failed.", tag);
         succeeded = false;
@@ -167,7 +175,7 @@ bool SysManagerC::switchDeviceMode(const DeviceModeTextsT& texts, bool enable, C
     return succeeded;
 }
 
-bool SysManagerC::configureModeFeatures(const DeviceModeTextsT& texts, bool enable, CurDevModeInfo& result)
+bool DeviceModesC::configureModeFeatures(const DeviceModeTextsT& texts, bool enable, CurDevModeInfo& result)
 {
     const char* tag = texts.tag;
     if (enable) {

@@ -6,7 +6,7 @@
 #include "app/Log.h"
 #include "platform/FileSystem.h"
 #include "platform/Text.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/FirmwareUpdateC.h"
 
 namespace {
 
@@ -65,7 +65,7 @@ bool readLines(const std::string& windowsPath, std::size_t limit, std::vector<st
 
 }  // namespace
 
-bool SysManagerC::GetFirmwareObjectInfo(std::uint32_t objectId, FwObjectInfoT& info)
+bool FirmwareUpdateC::GetFirmwareObjectInfo(std::uint32_t objectId, FwObjectInfoT& info)
 {
     const char* const tag = "SysManagerC::GetFirmwareObjectInfo";
     std::vector<std::string> lines;
@@ -84,7 +84,7 @@ bool SysManagerC::GetFirmwareObjectInfo(std::uint32_t objectId, FwObjectInfoT& i
     return false;
 }
 
-bool SysManagerC::GetFirmwareUpdateInfo(const std::wstring& imagePath, FwUpdateInfoT& info)
+bool FirmwareUpdateC::GetFirmwareUpdateInfo(const std::wstring& imagePath, FwUpdateInfoT& info)
 {
     const char* const tag = "SysManagerC::GetFirmwareUpdateInfo";
     FwObjectInfoT installed;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "app/Log.h"
+#include "efi/EFIServiceIPC.h"
 #include "links/MoraManagerC.h"
 #include "net/WlanDriverManager.h"
 #include "platform/Clock.h"
@@ -12,7 +13,8 @@
 #include "platform/Sync.h"
 #include "platform/Text.h"
 #include "platform/WinError.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/ChildProcessesC.h"
+#include "sysmanager/FirmwareUpdateC.h"
 #include "sysmanager/WlanModulePower.h"
 
 namespace {
@@ -72,7 +74,11 @@ std::int32_t batteryCharge(EFIServiceIPC& efi, int battery)
 
 }  // namespace
 
-bool SysManagerC::readFwUpdateState()
+FirmwareUpdateC::FirmwareUpdateC(EFIServiceIPC& efiService, ChildProcessesC& childProcesses)
+    : m_efiServiceIPC(efiService), m_childProcesses(childProcesses)
+{}
+
+bool FirmwareUpdateC::readFwUpdateState()
 {
     std::lock_guard<std::mutex> guard(m_lock);
     m_fwUpdateStateValid = false;
@@ -90,13 +96,13 @@ bool SysManagerC::readFwUpdateState()
     return m_fwUpdateStateValid;
 }
 
-bool SysManagerC::isFwUpdatePending() const
+bool FirmwareUpdateC::isFwUpdatePending() const
 {
     std::lock_guard<std::mutex> guard(m_lock);
     return m_fwUpdateStateValid && readLittleEndian(&m_fwUpdateState[kStatusOffset], 2) == kStatusPending;
 }
 
-std::wstring SysManagerC::GetPendingUpdateImage() const
+std::wstring FirmwareUpdateC::GetPendingUpdateImage() const
 {
     std::lock_guard<std::mutex> guard(m_lock);
     const char* text = reinterpret_cast<const char*>(m_fwUpdateState.data());
@@ -105,7 +111,7 @@ std::wstring SysManagerC::GetPendingUpdateImage() const
     return platform::widen(image);
 }
 
-bool SysManagerC::isAutoUpdateFileAvailable()
+bool FirmwareUpdateC::isAutoUpdateFileAvailable()
 {
     const char* const tag = "SysManagerC::isAutoUpdateFileAvailable";
     WriteLog("[%s]: Entering Find update file loop...", tag);
@@ -123,7 +129,7 @@ bool SysManagerC::isAutoUpdateFileAvailable()
     return false;
 }
 
-bool SysManagerC::startUpdater(const std::wstring& imagePath, bool force, bool& shutdownRequired)
+bool FirmwareUpdateC::startUpdater(const std::wstring& imagePath, bool force, bool& shutdownRequired)
 {
     shutdownRequired = false;
     const char* const tag = "SysManagerC::startUpdater";
@@ -163,8 +169,8 @@ bool SysManagerC::startUpdater(const std::wstring& imagePath, bool force, bool& 
     return true;
 }
 
-bool SysManagerC::startFirmwareUpdate(const std::wstring& imagePath, const std::wstring& extraArgument,
-                                      bool& shutdownRequired, bool batteryCheck)
+bool FirmwareUpdateC::startFirmwareUpdate(const std::wstring& imagePath, const std::wstring& extraArgument,
+                                          bool& shutdownRequired, bool batteryCheck)
 {
     const char* const tag = "SysManagerC::startFirmwareUpdate";
     // The wait gives a board that is still coming up its link before the updater needs it; a link that
@@ -223,7 +229,7 @@ bool SysManagerC::startFirmwareUpdate(const std::wstring& imagePath, const std::
     WriteLogWindows("starting %ws.\r\n", commandLine.c_str());
 
     platform::ProcessInformationT updater;
-    if (!CreateChildProcess({}, commandLine, 0, updaterStartup(), &updater, true)) {
+    if (!m_childProcesses.CreateChildProcess({}, commandLine, 0, updaterStartup(), &updater, true)) {
         WriteLog("CreateChildProcess FAILED:  %d.\r\n", lastErrorNumber());
         return false;
     }
@@ -248,14 +254,14 @@ bool SysManagerC::startFirmwareUpdate(const std::wstring& imagePath, const std::
     return result;
 }
 
-bool SysManagerC::showFirmwareUpdaterErrorMsg(const std::wstring& componentList)
+bool FirmwareUpdateC::showFirmwareUpdaterErrorMsg(const std::wstring& componentList)
 {
     WriteLog("[INFO]: showFirmwareUpdaterErrorMsg cause of detected Hardware Failure(s)");
     WriteLog("starting FwUpdater to show error msg.");
     std::wstring commandLine = std::wstring(kUpdater) + L" -error";
     if (!componentList.empty()) commandLine += L" " + componentList;
     platform::ProcessInformationT updater;
-    if (!CreateChildProcess({}, commandLine, 0, updaterStartup(), &updater, true)) {
+    if (!m_childProcesses.CreateChildProcess({}, commandLine, 0, updaterStartup(), &updater, true)) {
         WriteLog("CreateChildProcess FAILED:  %d.", lastErrorNumber());
         return false;
     }

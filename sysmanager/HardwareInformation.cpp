@@ -14,7 +14,7 @@
 #include "platform/Socket.h"
 #include "platform/Text.h"
 #include "platform/WinError.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/HardwareInformationC.h"
 
 namespace {
 
@@ -52,15 +52,15 @@ struct HwComponentT {
 };
 
 const HwComponentT kHwComponents[] = {
-    {SysManagerC::kHwComponentWlan, "WLAN adapter",
+    {HardwareInformationC::kHwComponentWlan, "WLAN adapter",
      [](const platform::PciDeviceT& device) { return hasHardwareId(device, kWlanHardwareId); }},
-    {SysManagerC::kHwComponentMoraEthernet, "MORA Ethernet adapter",
+    {HardwareInformationC::kHwComponentMoraEthernet, "MORA Ethernet adapter",
      [](const platform::PciDeviceT& device) { return sameText(device.instanceId, kMoraEthernetInstance); }},
-    {SysManagerC::kHwComponentLemoEthernet, "Lemo Ethernet adapter",
+    {HardwareInformationC::kHwComponentLemoEthernet, "Lemo Ethernet adapter",
      [](const platform::PciDeviceT& device) {
          return hasHardwareId(device, kI210HardwareId) && !sameText(device.instanceId, kMoraEthernetInstance);
      }},
-    {SysManagerC::kHwComponentDma, "Quillo DMA device",
+    {HardwareInformationC::kHwComponentDma, "Quillo DMA device",
      [](const platform::PciDeviceT& device) { return hasHardwareId(device, kDmaHardwareId); }},
 };
 
@@ -124,7 +124,7 @@ std::string timeText(std::uint32_t seconds)
 
 }  // namespace
 
-bool SysManagerC::GetHwComponentInfo(std::uint32_t componentId, std::uint16_t& state, std::string& description)
+bool HardwareInformationC::GetHwComponentInfo(std::uint32_t componentId, std::uint16_t& state, std::string& description)
 {
     const char* const tag = "SysManagerC::GetHwComponentInfo";
     const auto component = std::find_if(std::begin(kHwComponents), std::end(kHwComponents),
@@ -157,7 +157,7 @@ bool SysManagerC::GetHwComponentInfo(std::uint32_t componentId, std::uint16_t& s
     return true;
 }
 
-bool SysManagerC::GetBoardContent(BoardContentT& content)
+bool HardwareInformationC::GetBoardContent(BoardContentT& content)
 {
     const char* const tag = "SysManagerC::GetBoardContent";
     content = BoardContentT{};
@@ -199,7 +199,7 @@ bool SysManagerC::GetBoardContent(BoardContentT& content)
     return true;
 }
 
-bool SysManagerC::GetWindowsOsInfo(std::array<std::string, 6>& info)
+bool HardwareInformationC::GetWindowsOsInfo(std::array<std::string, 6>& info)
 {
     const char* const tag = "SysManagerC::GetWindowsOsInfo";
     info = {};

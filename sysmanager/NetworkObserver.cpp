@@ -2,14 +2,13 @@
 // persistent default route may stay. It is deleted at the start and after every change of the route
 // table; stopping may release and renew the leases so that a gateway comes back.
 #include "app/Log.h"
-#include "links/MoraManagerC.h"
 #include "platform/Process.h"
 #include "platform/RouteChange.h"
 #include "platform/Sync.h"
 #include "platform/Text.h"
 #include "platform/Thread.h"
 #include "platform/WinError.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/NetworkObserverC.h"
 
 namespace {
 
@@ -37,13 +36,13 @@ void observeRoutes(platform::HandleValue exitEvent)
 {
     platform::RouteChangeNotificationC routes;
     if (!routes.create()) return;
-    SysManagerC::removeGateways();
+    NetworkObserverC::removeGateways();
     for (;;) {
         if (routes.request() != platform::kErrorIoPending) return;
         const std::uint32_t woken = platform::waitForAnyObject({exitEvent, routes.event()}, platform::kInfinite);
         if (woken == platform::kWaitObject0) return;
         if (woken == platform::kWaitObject0 + 1) {
-            SysManagerC::removeGateways();
+            NetworkObserverC::removeGateways();
             if (!routes.resetEvent()) WriteLog("[ERROR]: WSAResetEvent FAILED (Error: %d)", lastErrorNumber());
             continue;
         }
@@ -54,13 +53,12 @@ void observeRoutes(platform::HandleValue exitEvent)
 
 }  // namespace
 
-SysManagerC::~SysManagerC()
+NetworkObserverC::~NetworkObserverC()
 {
     if (m_networkObserverThread || m_networkObserverExit) stopNetworkObserver(false);
-    halvern::links::MoraManagerC::setEfiService(nullptr);
 }
 
-bool SysManagerC::startNetworkObserver()
+bool NetworkObserverC::startNetworkObserver()
 {
     WriteLog("starting network observer.");
     if (m_networkObserverThread && m_networkObserverExit) {
@@ -87,7 +85,7 @@ bool SysManagerC::startNetworkObserver()
     return true;
 }
 
-bool SysManagerC::stopNetworkObserver(bool renew)
+bool NetworkObserverC::stopNetworkObserver(bool renew)
 {
     WriteLog("stopping network observer.");
     if (!m_networkObserverThread && !m_networkObserverExit) {
@@ -119,7 +117,7 @@ bool SysManagerC::stopNetworkObserver(bool renew)
     return ended;
 }
 
-bool SysManagerC::removeGateways()
+bool NetworkObserverC::removeGateways()
 {
     if (!runElevated(kRouteProgram, kRouteRemoval)) {
         WriteLog("[ERROR]: calling delete route FAILED (Error: %d)", lastErrorNumber());
@@ -129,7 +127,7 @@ bool SysManagerC::removeGateways()
     return true;
 }
 
-bool SysManagerC::runIpconfigCMD(const std::wstring& parameters)
+bool NetworkObserverC::runIpconfigCMD(const std::wstring& parameters)
 {
     if (!runElevated(kIpconfigProgram, parameters)) {
         WriteLog("[%s] [ERROR]: ShellExecuteEx for ipconfig cmds failed!, ERROR(%d)", "SysManagerC::runIpconfigCMD",

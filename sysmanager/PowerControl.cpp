@@ -1,6 +1,7 @@
-// The power cycle of the whole instrument: the sensor board's Linux is halted over SSH, the remote
-// clients are told, and Windows is shut down. Whether the instrument then restarts is the power
-// controller's business, which the shutdown sequence has already told.
+// The power request of the instrument's applications and the power cycle of the whole instrument: the
+// sensor board's Linux is halted over SSH, the remote clients are told, and Windows is shut down. Whether
+// the instrument then restarts is the power controller's business, which the shutdown sequence has already
+// told.
 #include "app/Log.h"
 #include "framework/InstrumentEvents.h"
 #include "links/TelnetConnection.h"
@@ -10,7 +11,9 @@
 #include "platform/Sync.h"
 #include "platform/Text.h"
 #include "platform/WinError.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/ChildProcessesC.h"
+#include "sysmanager/MainWindowSourceI.h"
+#include "sysmanager/PowerControlC.h"
 
 namespace {
 
@@ -29,13 +32,40 @@ int lastErrorNumber()
 
 }  // namespace
 
-void SysManagerC::SetSensorBoardAddress(const std::string& address)
+PowerControlC::PowerControlC(ChildProcessesC& childProcesses, const MainWindowSourceI& mainWindow)
+    : m_childProcesses(childProcesses), m_mainWindow(mainWindow)
+{}
+
+void PowerControlC::ConfigurePowerCycleRequest(std::int32_t type, bool force, std::uint32_t timeoutSeconds)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_applicationPowerRequestType = type;
+    m_powerRequestForce = force;
+    m_powerRequestTimeout = timeoutSeconds;
+}
+
+bool PowerControlC::SendCloseEvent()
+{
+    const platform::WindowHandle window = m_mainWindow.GetMainWindow();
+    if (window == platform::WindowHandle{}) {
+        WriteLog("[%s] [ERROR]: tried to send close event, but handle is null.", "SysManagerC::SendCloseEvent");
+        return false;
+    }
+    if (!platform::postMessage(window, platform::wm::Close, 0, 0)) {
+        WriteLog("[%s] [ERROR]: Failed to post close message: %d", "SysManagerC::SendCloseEvent",
+                 static_cast<int>(platform::lastError()));
+        return false;
+    }
+    return true;
+}
+
+void PowerControlC::SetSensorBoardAddress(const std::string& address)
 {
     std::lock_guard<std::mutex> guard(m_lock);
     m_sensorBoardAddress = address;
 }
 
-std::string SysManagerC::GetSensorBoardAddress() const
+std::string PowerControlC::GetSensorBoardAddress() const
 {
     {
         std::lock_guard<std::mutex> guard(m_lock);
@@ -59,7 +89,7 @@ std::string SysManagerC::GetSensorBoardAddress() const
     return address;
 }
 
-void SysManagerC::ApplySensorBoardEndpoint() const
+void PowerControlC::ApplySensorBoardEndpoint() const
 {
     halvern::links::TelnetEndpointT endpoint;
     endpoint.host = GetSensorBoardAddress();
@@ -81,7 +111,7 @@ void SysManagerC::ApplySensorBoardEndpoint() const
     halvern::links::setTelnetEndpoint(endpoint);
 }
 
-bool SysManagerC::RequestSensorboardHalt()
+bool PowerControlC::RequestSensorboardHalt()
 {
     const char* tag = "SysManagerC::RequestSensorboardHalt";
     // The leading blank is part of the command line: the executable is named separately. The board's
@@ -90,8 +120,8 @@ bool SysManagerC::RequestSensorboardHalt()
     const std::string address = GetSensorBoardAddress();
     commandLine.replace(commandLine.find(L"192.168.2.1"), 11, std::wstring(address.begin(), address.end()));
     platform::ProcessInformationT ssh;
-    if (!CreateChildProcess(kSshClient, commandLine, platform::kCreateNoWindow, platform::StartupInfoT{}, &ssh,
-                            false)) {
+    if (!m_childProcesses.CreateChildProcess(kSshClient, commandLine, platform::kCreateNoWindow,
+                                             platform::StartupInfoT{}, &ssh, false)) {
         WriteLog("[%s] [ERROR]: Failed to spin SSH process to halt MORA board, ERROR(%d)", tag, lastErrorNumber());
         return false;
     }
@@ -109,7 +139,7 @@ bool SysManagerC::RequestSensorboardHalt()
     return true;
 }
 
-bool SysManagerC::PowerCycleScannerDevice()
+bool PowerControlC::PowerCycleScannerDevice()
 {
     const char* tag = "SysManagerC::PowerCycleScannerDevice";
     const std::int32_t type = GetApplicationPowerRequestType();

@@ -2,8 +2,6 @@
 
 #include "app/Log.h"
 #include "links/MoraManagerC.h"
-#include "platform/Sync.h"
-#include "platform/WinError.h"
 
 namespace {
 std::mutex g_instanceLock;
@@ -23,6 +21,11 @@ SysManagerC::SysManagerC()
 {
     // The sensor board's checks ask the power controller through this instance's link.
     halvern::links::MoraManagerC::setEfiService(&m_efiServiceIPC);
+}
+
+SysManagerC::~SysManagerC()
+{
+    halvern::links::MoraManagerC::setEfiService(nullptr);
 }
 
 SysManagerC* SysManagerC::Instance()
@@ -66,41 +69,4 @@ platform::WindowHandle SysManagerC::GetMainWindow() const
 {
     std::lock_guard<std::mutex> guard(m_lock);
     return m_mainWindow;
-}
-
-void SysManagerC::SetZentorApplicationProcess(platform::UniqueHandle process)
-{
-    std::lock_guard<std::mutex> guard(m_lock);
-    m_zentorFrontend = platform::ProcessInformationT{};
-    m_zentorFrontend.process = std::move(process);
-}
-
-bool SysManagerC::IsZentorApplicationRunning()
-{
-    std::lock_guard<std::mutex> guard(m_lock);
-    return m_zentorFrontend.process &&
-           platform::waitForSingleObject(m_zentorFrontend.process.get(), 0) == platform::kWaitTimeout;
-}
-
-void SysManagerC::ConfigurePowerCycleRequest(std::int32_t type, bool force, std::uint32_t timeoutSeconds)
-{
-    std::lock_guard<std::mutex> guard(m_lock);
-    m_applicationPowerRequestType = type;
-    m_powerRequestForce = force;
-    m_powerRequestTimeout = timeoutSeconds;
-}
-
-bool SysManagerC::SendCloseEvent()
-{
-    const platform::WindowHandle window = GetMainWindow();
-    if (window == platform::WindowHandle{}) {
-        WriteLog("[%s] [ERROR]: tried to send close event, but handle is null.", "SysManagerC::SendCloseEvent");
-        return false;
-    }
-    if (!platform::postMessage(window, platform::wm::Close, 0, 0)) {
-        WriteLog("[%s] [ERROR]: Failed to post close message: %d", "SysManagerC::SendCloseEvent",
-                 static_cast<int>(platform::lastError()));
-        return false;
-    }
-    return true;
 }

@@ -4,7 +4,7 @@
 #include "app/Log.h"
 #include "platform/Registry.h"
 #include "platform/WinError.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/HardwareInformationC.h"
 
 namespace {
 
@@ -77,7 +77,7 @@ bool ensureDword(const char* tag, const std::wstring& keyPath, const wchar_t* va
 
 }  // namespace
 
-bool SysManagerC::DisableSerialMouseService(bool& changed)
+bool HardwareInformationC::DisableSerialMouseService(bool& changed)
 {
     const char* const tag = "SysManagerC::DisableSerialMouseService";
     changed = false;
@@ -90,7 +90,7 @@ bool SysManagerC::DisableSerialMouseService(bool& changed)
     return ensureDword(tag, kSerialMouseKey, L"Start", kServiceDisabled, changed);
 }
 
-bool SysManagerC::DisableSsdWriteCache(std::wstring& diskKey, bool& changed)
+bool HardwareInformationC::DisableSsdWriteCache(std::wstring& diskKey, bool& changed)
 {
     const char* const tag = "SysManagerC::DisableSsdWriteCache";
     changed = false;

@@ -14,8 +14,9 @@
 #include "platform/WinError.h"
 #include "spb/SpbDevices.h"
 #include "spb/SpbEnable.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/TimeKeepingC.h"
 #include "sysmanager/TimeKeepingInternal.h"
+#include "sysmanager/WriteFilterC.h"
 
 namespace {
 
@@ -41,7 +42,9 @@ std::string readWholeFile(std::FILE* file)
 
 }  // namespace
 
-bool SysManagerC::GetI2cRtcTime(platform::SystemTime& rtcTime)
+TimeKeepingC::TimeKeepingC(WriteFilterC& writeFilter) : m_writeFilter(writeFilter) {}
+
+bool TimeKeepingC::GetI2cRtcTime(platform::SystemTime& rtcTime)
 {
     const char* const function = "SysManagerC::GetI2cRtcTime";
     if (!halvern::enableSpbDevices()) {
@@ -83,7 +86,7 @@ bool SysManagerC::GetI2cRtcTime(platform::SystemTime& rtcTime)
     return true;
 }
 
-bool SysManagerC::startW32TimeService()
+bool TimeKeepingC::startW32TimeService()
 {
     const char* const function = "SysManagerC::startW32TimeService";
     const platform::UniqueServiceHandle manager = platform::openServiceManager();
@@ -116,7 +119,7 @@ bool SysManagerC::startW32TimeService()
     return true;
 }
 
-bool SysManagerC::GetRtcSystemTime()
+bool TimeKeepingC::GetRtcSystemTime()
 {
     const char* const function = "SysManagerC::GetRtcSystemTime";
     platform::SystemTime rtcTime;
@@ -165,8 +168,8 @@ bool SysManagerC::GetRtcSystemTime()
     return true;
 }
 
-bool SysManagerC::AddCalculatedOffsetToCurTimeDate(const platform::SystemTime& rtcTime, std::int64_t offset,
-                                                   platform::SystemTime& corrected)
+bool TimeKeepingC::AddCalculatedOffsetToCurTimeDate(const platform::SystemTime& rtcTime, std::int64_t offset,
+                                                    platform::SystemTime& corrected)
 {
     const char* const function = "SysManagerC::AddCalculatedOffsetToCurTimeDate";
     corrected = rtcTime;
@@ -187,7 +190,7 @@ bool SysManagerC::AddCalculatedOffsetToCurTimeDate(const platform::SystemTime& r
     return true;
 }
 
-bool SysManagerC::GetCalcOffsetTzStdNameDlght(std::int64_t& offset, std::string& standardName, bool& daylightSaving)
+bool TimeKeepingC::GetCalcOffsetTzStdNameDlght(std::int64_t& offset, std::string& standardName, bool& daylightSaving)
 {
     const char* const function = "SysManagerC::GetCalcOffsetTzStdNameDlght";
     std::string content;
@@ -206,7 +209,7 @@ bool SysManagerC::GetCalcOffsetTzStdNameDlght(std::int64_t& offset, std::string&
     return true;
 }
 
-bool SysManagerC::CalculateAndSaveOffsetTzStdDlght()
+bool TimeKeepingC::CalculateAndSaveOffsetTzStdDlght()
 {
     const char* const function = "SysManagerC::CalculateAndSaveOffsetTzStdDlght";
     const platform::SystemTime utc = platform::systemTime();
@@ -266,7 +269,7 @@ bool SysManagerC::CalculateAndSaveOffsetTzStdDlght()
     }
 
     bool uwfActive = true;
-    if (!GetUWFilter(uwfActive)) {
+    if (!m_writeFilter.GetUWFilter(uwfActive)) {
         WriteLog("[%s] [ERROR]: Get UWF status failed.", function);
         return false;
     }
@@ -286,7 +289,7 @@ bool SysManagerC::CalculateAndSaveOffsetTzStdDlght()
     return true;
 }
 
-bool SysManagerC::SetWindowsTimeInformation(const WindowsTimeInfo& info)
+bool TimeKeepingC::SetWindowsTimeInformation(const WindowsTimeInfo& info)
 {
     const char* const function = "SysManagerC::SetWindowsTimeInformation";
     if (!SetWindowsTimeZoneInfo(info)) {
@@ -305,7 +308,7 @@ bool SysManagerC::SetWindowsTimeInformation(const WindowsTimeInfo& info)
     return true;
 }
 
-bool SysManagerC::deleteTimeOffsetFile()
+bool TimeKeepingC::deleteTimeOffsetFile()
 {
     const char* const function = "SysManagerC::deleteTimeOffsetFile";
     WriteLog("deleteTimeOffsetFile");
@@ -317,7 +320,7 @@ bool SysManagerC::deleteTimeOffsetFile()
         }
     }
     bool uwfActive = true;
-    if (!GetUWFilter(uwfActive)) {
+    if (!m_writeFilter.GetUWFilter(uwfActive)) {
         WriteLog("[ERROR]: GetUWFilter FAILED");
         return false;
     }

@@ -1,11 +1,11 @@
 #pragma once
-// What the time-keeping operations of SysManagerC share between their files.
+// What the time-keeping operations of TimeKeepingC share between their files.
 #include <cstdint>
 #include <string>
 
 #include "platform/DynamicLibrary.h"
 #include "platform/Time.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/TimeKeepingC.h"
 
 namespace halvern::time {
 

@@ -9,7 +9,7 @@
 #include "platform/Registry.h"
 #include "platform/Text.h"
 #include "platform/WinError.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/TimeKeepingC.h"
 #include "sysmanager/TimeKeepingInternal.h"
 
 namespace {
@@ -99,7 +99,7 @@ bool setSystemClock(const platform::SystemTime& time, bool local)
 
 }  // namespace halvern::time
 
-bool SysManagerC::GetTzDisplayWndKeyAndStdName(const std::wstring& standardName, TimeZoneDescription& zone)
+bool TimeKeepingC::GetTzDisplayWndKeyAndStdName(const std::wstring& standardName, TimeZoneDescription& zone)
 {
     const char* const function = "SysManagerC::GetTzDisplayWndKeyAndStdName";
     platform::UniqueRegKey zones;
@@ -181,7 +181,7 @@ bool SysManagerC::GetTzDisplayWndKeyAndStdName(const std::wstring& standardName,
     return true;
 }
 
-bool SysManagerC::SetWindowsTimeZoneInfo(const WindowsTimeInfo& info)
+bool TimeKeepingC::SetWindowsTimeZoneInfo(const WindowsTimeInfo& info)
 {
     const char* const function = "SysManagerC::SetWindowsTimeZoneInfo";
     TimeZoneDescription zone;
@@ -220,7 +220,7 @@ bool SysManagerC::SetWindowsTimeZoneInfo(const WindowsTimeInfo& info)
     return true;
 }
 
-bool SysManagerC::SetWindowsDateTime(const WindowsTimeInfo& info, bool local)
+bool TimeKeepingC::SetWindowsDateTime(const WindowsTimeInfo& info, bool local)
 {
     const char* const function = "SysManagerC::SetWindowsDateTime";
     const std::int64_t year = std::int64_t{info.tm_year} + 1900;
@@ -250,7 +250,7 @@ bool SysManagerC::SetWindowsDateTime(const WindowsTimeInfo& info, bool local)
     return true;
 }
 
-bool SysManagerC::GetWindowsTimeInformation(WindowsTimeInfo& info)
+bool TimeKeepingC::GetWindowsTimeInformation(WindowsTimeInfo& info)
 {
     const char* const function = "SysManagerC::GetWindowsTimeInformation";
     const platform::SystemTime local = platform::localTime();

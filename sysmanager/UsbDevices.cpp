@@ -11,7 +11,9 @@
 #include "platform/Text.h"
 #include "platform/WinError.h"
 #include "platform/WriteFilterOverlay.h"
-#include "sysmanager/SysManagerC.h"
+#include "sysmanager/MainWindowSourceI.h"
+#include "sysmanager/UsbDevicesC.h"
+#include "sysmanager/WriteFilterC.h"
 
 namespace {
 
@@ -25,7 +27,11 @@ int lastErrorNumber()
 
 }  // namespace
 
-bool SysManagerC::RefreshUsbDevices(bool verifyEnumeration)
+UsbDevicesC::UsbDevicesC(const MainWindowSourceI& mainWindow, WriteFilterC& writeFilter)
+    : m_mainWindow(mainWindow), m_writeFilter(writeFilter)
+{}
+
+bool UsbDevicesC::RefreshUsbDevices(bool verifyEnumeration)
 {
     const char* tag = "SysManagerC::RefreshUsbDevices";
     std::vector<platform::UsbDeviceT> devices;
@@ -48,7 +54,7 @@ bool SysManagerC::RefreshUsbDevices(bool verifyEnumeration)
         if (!device.enumerated && m_recycledUsbPorts.count(device.port) != 0) stillRecycled.insert(device.port);
     m_recycledUsbPorts = std::move(stillRecycled);
     if (!verifyEnumeration) return true;
-    const platform::WindowHandle window = GetMainWindow();
+    const platform::WindowHandle window = m_mainWindow.GetMainWindow();
     for (const auto& device : devices) {
         if (device.enumerated || m_recycledUsbPorts.count(device.port) != 0) continue;
         WriteLog("[%s] [WARN]: USB device %04X:%04X on port %u did not complete its enumeration", tag, device.vendorId,
@@ -63,7 +69,7 @@ bool SysManagerC::RefreshUsbDevices(bool verifyEnumeration)
     return true;
 }
 
-void SysManagerC::GetUsbDeviceCount(std::uint32_t& devices, std::uint32_t& enumerated) const
+void UsbDevicesC::GetUsbDeviceCount(std::uint32_t& devices, std::uint32_t& enumerated) const
 {
     std::lock_guard<std::mutex> guard(m_usbLock);
     devices = static_cast<std::uint32_t>(m_usbDevices.size());
@@ -72,7 +78,7 @@ void SysManagerC::GetUsbDeviceCount(std::uint32_t& devices, std::uint32_t& enume
         if (device.enumerated) ++enumerated;
 }
 
-bool SysManagerC::GetUsbDeviceAt(std::uint32_t index, platform::UsbDeviceT& device) const
+bool UsbDevicesC::GetUsbDeviceAt(std::uint32_t index, platform::UsbDeviceT& device) const
 {
     std::lock_guard<std::mutex> guard(m_usbLock);
     if (index >= m_usbDevices.size()) {
@@ -84,7 +90,7 @@ bool SysManagerC::GetUsbDeviceAt(std::uint32_t index, platform::UsbDeviceT& devi
     return true;
 }
 
-bool SysManagerC::ResetUsbDevice(std::uint32_t port)
+bool UsbDevicesC::ResetUsbDevice(std::uint32_t port)
 {
     const char* tag = "SysManagerC::ResetUsbDevice";
     if (!platform::restartUsbDevice(port)) {
@@ -95,13 +101,13 @@ bool SysManagerC::ResetUsbDevice(std::uint32_t port)
     return true;
 }
 
-bool SysManagerC::RecycleUsbPort(std::uint16_t portId)
+bool UsbDevicesC::RecycleUsbPort(std::uint16_t portId)
 {
     WriteLog("[%s]: Recycling USB port %d", "SysManagerC::RecycleUsbPort", static_cast<int>(portId));
     return ResetUsbDevice(portId);
 }
 
-bool SysManagerC::FormatUsbDevice()
+bool UsbDevicesC::FormatUsbDevice()
 {
     const char* tag = "SysManagerC::FormatUsbDevice";
     std::wstring label;
@@ -135,7 +141,7 @@ bool SysManagerC::FormatUsbDevice()
     return true;
 }
 
-bool SysManagerC::ReadUWFOverlay(std::uint32_t& consumptionMb, std::uint32_t& availableMb)
+bool UsbDevicesC::ReadUWFOverlay(std::uint32_t& consumptionMb, std::uint32_t& availableMb)
 {
     if (!platform::readWriteFilterOverlay(consumptionMb, availableMb)) {
         WriteLog("[%s] [ERROR]: Failed to read the write filter's overlay, ERROR(%d)", "SysManagerC::ReadUWFOverlay",
@@ -145,16 +151,16 @@ bool SysManagerC::ReadUWFOverlay(std::uint32_t& consumptionMb, std::uint32_t& av
     return true;
 }
 
-bool SysManagerC::startOverlayWatch(OverlayWatchC::PauseFn pause)
+bool UsbDevicesC::startOverlayWatch(OverlayWatchC::PauseFn pause)
 {
     if (m_overlayWatch) return true;
-    const platform::WindowHandle window = GetMainWindow();
+    const platform::WindowHandle window = m_mainWindow.GetMainWindow();
     // Without the write filter (production and service mode) nothing fills an overlay: one that cannot be
     // read is then expected, said once and not as an error, and counts as empty. The filter's state changes
     // only with a restart. A state that cannot be read counts as on.
     bool filterActive = true;
-    if (!GetUWFilter(filterActive)) filterActive = true;
-    // The watch keeps no pointer to the instance: it reads the platform and posts to the window it was
+    if (!m_writeFilter.GetUWFilter(filterActive)) filterActive = true;
+    // The watch keeps no pointer to the component: it reads the platform and posts to the window it was
     // given.
     auto watch = std::make_unique<OverlayWatchC>(
         [filterActive, said = false](std::uint32_t& consumption, std::uint32_t& available) mutable {
@@ -180,7 +186,7 @@ bool SysManagerC::startOverlayWatch(OverlayWatchC::PauseFn pause)
     return true;
 }
 
-bool SysManagerC::stopOverlayWatch()
+bool UsbDevicesC::stopOverlayWatch()
 {
     if (!m_overlayWatch) return true;
     if (!m_overlayWatch->stop()) return false;

@@ -1,10 +1,10 @@
-// The write filter (UWF) as time keeping and the device modes need it: whether it protects the system
-// volume, and the commits that make a file survive the next boot while it does.
+// The write filter (UWF) as time keeping, the device modes and the renaming need it: whether it protects the
+// system volume, and the commits that make a value survive the next boot while it does.
 #include "app/Log.h"
 #include "platform/Registry.h"
 #include "platform/WinError.h"
-#include "sysmanager/SysManagerC.h"
 #include "sysmanager/TimeKeepingInternal.h"
+#include "sysmanager/WriteFilterC.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ int code(platform::RegStatus status)
 
 }  // namespace
 
-bool SysManagerC::GetUWFilter(bool& active)
+bool WriteFilterC::GetUWFilter(bool& active)
 {
     const char* const function = "SysManagerC::GetUWFilter";
     active = true;
@@ -68,7 +68,7 @@ bool SysManagerC::GetUWFilter(bool& active)
     return true;
 }
 
-bool SysManagerC::CommitRegistryValue(const std::wstring& key, const std::wstring& valueName)
+bool WriteFilterC::CommitRegistryValue(const std::wstring& key, const std::wstring& valueName)
 {
     const char* const function = "SysManagerC::CommitRegistryValue";
     bool active = true;
@@ -91,6 +91,25 @@ bool SysManagerC::CommitRegistryValue(const std::wstring& key, const std::wstrin
         return false;
     }
     return true;
+}
+
+std::uint32_t WriteFilterC::ConfigureUnifiedWriteFilter()
+{
+    // What a renaming writes: the computer name for the next boot and the TCP/IP host names.
+    const struct {
+        const wchar_t* key;
+        const wchar_t* value;
+    } kNameValues[] = {
+        {L"HKLM\\SYSTEM\\CurrentControlSet\\Control\\ComputerName\\ComputerName", L"ComputerName"},
+        {L"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters", L"Hostname"},
+        {L"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters", L"NV Hostname"},
+    };
+    // E_FAIL: CommitRegistryValue has logged which value and why.
+    constexpr std::uint32_t kFailed = 0x80004005u;
+    std::uint32_t result = 0;
+    for (const auto& name : kNameValues)
+        if (!CommitRegistryValue(name.key, name.value)) result = kFailed;
+    return result;
 }
 
 namespace halvern::time {
