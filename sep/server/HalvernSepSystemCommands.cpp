@@ -57,11 +57,12 @@ void handlePowerCycle(SEP::ReceivedCommandC& command)
         HalvernSepImpl::SendText(command, "Invalid poweroff timeout: " + std::to_string(timeout));
         return;
     }
-    // The client hears the answer before the close sequence can take the connection away.
-    HalvernSepImpl::SendSuccess(command, nullptr);
+    // The request is in place once the client hears the answer (another connection's command may ask for it
+    // right after), and the answer leaves before the close sequence can take the connection away.
     SysManagerC* manager = SysManagerC::Instance();
     manager->ConfigurePowerCycleRequest(powerRequest, force, static_cast<std::uint32_t>(timeout));
     WriteLog("Configured power cycle request: %d, force: %d, timeout: %d", powerRequest, force ? 1 : 0, timeout);
+    HalvernSepImpl::SendSuccess(command, nullptr);
     manager->SendCloseEvent();
 }
 

@@ -344,7 +344,7 @@ TEST_F(CtlCommandSetTest, PowerOffAsksForWhatItNamesAndTheApplicationsAnswerIsSt
     CtlRunT run = ctl({"power-off", "--reboot", "--force", "--timeout", "5"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.out, "reboot requested, force: yes, time-out: 5 s\n");
-    // The request is stored after the answer; the next answer comes once that is done.
+    // The request is stored before the answer.
     ASSERT_EQ(ctl({"api-level"}).exitCode, 0);
     EXPECT_EQ(manager->GetApplicationPowerRequestType(), POWER_REQUEST_REBOOT);
     EXPECT_TRUE(manager->GetPowerRequestForce());
