@@ -101,7 +101,7 @@ void EFIServiceIPC::ShutdownEFICommunication()
         }
         if (platform::waitForSingleObject(m_notificationThread.get(), 0) == platform::kWaitTimeout) {
             WriteLog("[%s] [ERROR]: Notification Thread is still running, calling TerminateThread [H:0x%X]", kFunction,
-                     m_notificationThread.logValue());
+                     logValue(m_notificationThread));
             platform::terminateThread(m_notificationThread.get(), 0);
         }
         m_notificationThread.reset();

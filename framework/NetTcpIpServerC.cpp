@@ -63,22 +63,22 @@ bool NetTcpIpServerC::setUpSocket()
         return false;
     }
     if (!platform::setNonBlocking(socket.get(), true)) {
-        debugLog(kDebugLevelDetail, "%4d ioctl failed on socket %d (err %s)\n", id, socket.logValue(),
+        debugLog(kDebugLevelDetail, "%4d ioctl failed on socket %d (err %s)\n", id, logValue(socket),
                  lastSocketError().c_str());
         return false;
     }
     if (!platform::setNoDelay(socket.get())) {
         debugLog(kDebugLevelDetail, "%4d setsockopt TCP_NODELAY failed on socket %d, on port %u (err %s)\n", id,
-                 socket.logValue(), port, lastSocketError().c_str());
+                 logValue(socket), port, lastSocketError().c_str());
         return false;
     }
     if (!platform::bindSocket(socket.get(), m_config.listenAddress, m_config.port)) {
-        debugLog(kDebugLevelDetail, "%4d error on bind on socket %d, port %u (err %s)\n", id, socket.logValue(), port,
+        debugLog(kDebugLevelDetail, "%4d error on bind on socket %d, port %u (err %s)\n", id, logValue(socket), port,
                  lastSocketError().c_str());
         return false;
     }
     if (!platform::listenSocket(socket.get(), kListenBacklog)) {
-        debugLog(kDebugLevelDetail, "%4d error on listen on socket %d, port %u (err %s)\n", id, socket.logValue(), port,
+        debugLog(kDebugLevelDetail, "%4d error on listen on socket %d, port %u (err %s)\n", id, logValue(socket), port,
                  lastSocketError().c_str());
         return false;
     }

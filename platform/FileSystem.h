@@ -4,23 +4,21 @@
 // read-only file cannot be removed and rename never replaces an existing file.
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "platform/Handle.h"
+#include "platform/Owner.h"
 #include "platform/WinError.h"
 
 namespace platform {
 
-struct FileCloser {
-    void operator()(std::FILE* file) const
-    {
-        const LastErrorKeeperC keeper;
-        std::fclose(file);
-    }
+struct FileTraits {
+    using Value = std::FILE*;
+    static Value invalid() noexcept { return nullptr; }
+    static void close(Value file) noexcept { std::fclose(file); }
 };
-using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
+using UniqueFile = UniqueOwner<FileTraits>;
 
 // fopen with the C runtime's modes; on failure `error` receives the errno value of the open.
 UniqueFile openFile(const std::string& windowsPath, const char* mode, int& error);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/Handle.h"
+#include "platform/Owner.h"
 #include "platform/WinError.h"
 
 namespace platform {
@@ -102,19 +103,23 @@ bool enableTokenPrivilege(HandleValue token, std::uint64_t luid);
 // OpenProcessToken(current process, query | adjust privileges).
 bool openOwnProcessToken(UniqueHandle& token);
 
-// CreateEnvironmentBlock / DestroyEnvironmentBlock.
+// DestroyEnvironmentBlock.
+struct EnvironmentBlockTraits {
+    using Value = void*;
+    static Value invalid() noexcept { return nullptr; }
+    static void close(Value block) noexcept;
+};
+using UniqueEnvironmentBlock = UniqueOwner<EnvironmentBlockTraits>;
+
+// CreateEnvironmentBlock; a new block replaces the one made before, and no block is left when it fails.
 class EnvironmentBlockC {
 public:
-    EnvironmentBlockC() = default;
-    ~EnvironmentBlockC();
-    EnvironmentBlockC(const EnvironmentBlockC&) = delete;
-    EnvironmentBlockC& operator=(const EnvironmentBlockC&) = delete;
     bool create(HandleValue token, bool inherit);
-    bool valid() const { return m_block != nullptr; }
-    void* get() const { return m_block; }
+    bool valid() const { return static_cast<bool>(m_block); }
+    void* get() const { return m_block.get(); }
 
 private:
-    void* m_block = nullptr;
+    UniqueEnvironmentBlock m_block;
 };
 
 // CreateProcessAsUserW.

@@ -3,9 +3,9 @@
 // ("registry/HKCU", "registry/HKLM"); a key is a folder and a value is a file holding its type and data.
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "platform/Owner.h"
 #include "platform/WinError.h"
 
 namespace platform {
@@ -20,28 +20,13 @@ constexpr std::uint32_t kRegDword = 4;
 constexpr std::uint32_t kRegMultiSz = 7;
 constexpr std::uint32_t kRegQword = 11;
 
-class UniqueRegKey {
-public:
-    UniqueRegKey() = default;
-    UniqueRegKey(const UniqueRegKey&) = delete;
-    UniqueRegKey& operator=(const UniqueRegKey&) = delete;
-    UniqueRegKey(UniqueRegKey&& other) noexcept : m_key(std::exchange(other.m_key, nullptr)) {}
-    UniqueRegKey& operator=(UniqueRegKey&& other) noexcept
-    {
-        if (this != &other) {
-            reset();
-            m_key = std::exchange(other.m_key, nullptr);
-        }
-        return *this;
-    }
-    ~UniqueRegKey() { reset(); }
-    explicit operator bool() const { return m_key != nullptr; }
-    void* get() const { return m_key; }
-    void reset(void* key = nullptr);
-
-private:
-    void* m_key = nullptr;
+// RegCloseKey.
+struct RegKeyTraits {
+    using Value = void*;
+    static Value invalid() noexcept { return nullptr; }
+    static void close(Value key) noexcept;
 };
+using UniqueRegKey = UniqueOwner<RegKeyTraits>;
 
 // RegOpenKeyExW with KEY_READ; answers the Windows error number (0 on success).
 RegStatus regOpenKeyRead(RegHive hive, const std::wstring& subKey, UniqueRegKey& key);

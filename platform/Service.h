@@ -5,7 +5,8 @@
 // service answers one status query as start pending and then runs, as a quick Windows service does.
 #include <cstdint>
 #include <string>
-#include <utility>
+
+#include "platform/Owner.h"
 
 namespace platform {
 
@@ -20,26 +21,12 @@ constexpr std::uint32_t kServiceDemandStart = 3;
 constexpr std::uint32_t kServiceDisabled = 4;
 
 // SC_HANDLE and its one owner (CloseServiceHandle).
-class UniqueServiceHandle {
-public:
-    UniqueServiceHandle() = default;
-    explicit UniqueServiceHandle(void* handle) : m_handle(handle) {}
-    UniqueServiceHandle(const UniqueServiceHandle&) = delete;
-    UniqueServiceHandle& operator=(const UniqueServiceHandle&) = delete;
-    UniqueServiceHandle(UniqueServiceHandle&& other) noexcept : m_handle(std::exchange(other.m_handle, nullptr)) {}
-    UniqueServiceHandle& operator=(UniqueServiceHandle&& other) noexcept
-    {
-        if (this != &other) reset(std::exchange(other.m_handle, nullptr));
-        return *this;
-    }
-    ~UniqueServiceHandle() { reset(); }
-    explicit operator bool() const { return m_handle != nullptr; }
-    void* get() const { return m_handle; }
-    void reset(void* handle = nullptr);
-
-private:
-    void* m_handle = nullptr;
+struct ServiceHandleTraits {
+    using Value = void*;
+    static Value invalid() noexcept { return nullptr; }
+    static void close(Value handle) noexcept;
 };
+using UniqueServiceHandle = UniqueOwner<ServiceHandleTraits>;
 
 // OpenSCManagerW / OpenServiceW with full access: an empty owner with the last error set on failure.
 UniqueServiceHandle openServiceManager();

@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "platform/Owner.h"
 #include "platform/WinError.h"
 
 namespace platform {
@@ -35,37 +35,18 @@ bool socketLibraryReady();
 // closesocket semantics.
 bool closeSocket(SocketValue socket);
 
-class UniqueSocket {
-public:
-    UniqueSocket() = default;
-    explicit UniqueSocket(SocketValue value) : m_value(value) {}
-    UniqueSocket(const UniqueSocket&) = delete;
-    UniqueSocket& operator=(const UniqueSocket&) = delete;
-    UniqueSocket(UniqueSocket&& other) noexcept : m_value(other.release()) {}
-    UniqueSocket& operator=(UniqueSocket&& other) noexcept
-    {
-        if (this != &other) reset(other.release());
-        return *this;
-    }
-    ~UniqueSocket() { reset(); }
-
-    SocketValue get() const { return m_value; }
-    explicit operator bool() const { return m_value != kInvalidSocket; }
-    SocketValue release() { return std::exchange(m_value, kInvalidSocket); }
-    void reset(SocketValue value = kInvalidSocket)
-    {
-        if (m_value != kInvalidSocket) {
-            const LastErrorKeeperC keeper;
-            closeSocket(m_value);
-        }
-        m_value = value;
-    }
-    // The socket as log lines show it.
-    int logValue() const { return static_cast<int>(m_value); }
-
-private:
-    SocketValue m_value = kInvalidSocket;
+struct SocketTraits {
+    using Value = SocketValue;
+    static Value invalid() noexcept { return kInvalidSocket; }
+    static void close(Value socket) noexcept { closeSocket(socket); }
 };
+using UniqueSocket = UniqueOwner<SocketTraits>;
+
+// The socket as log lines show it.
+inline int logValue(const UniqueSocket& socket)
+{
+    return static_cast<int>(socket.get());
+}
 
 UniqueSocket createTcpSocket();
 bool setNonBlocking(SocketValue socket, bool nonBlocking);

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/Owner.h"
+
 namespace platform {
 
 struct WindowHandle {
@@ -114,32 +116,12 @@ constexpr WParam kDbtDeviceRemoveComplete = 0x8004;
 // unregisters it (UnregisterDeviceNotification) when it ends. On the simulation platform a registration is an
 // endpoint in the sim root, "sim/usb/notify/", to which the simulated instrument sends its USB bus changes;
 // they reach the window as WM_DEVICECHANGE with the events above (lParam 0).
-class UniqueDeviceNotification {
-public:
-    UniqueDeviceNotification() = default;
-    explicit UniqueDeviceNotification(void* value) : m_value(value) {}
-    UniqueDeviceNotification(const UniqueDeviceNotification&) = delete;
-    UniqueDeviceNotification& operator=(const UniqueDeviceNotification&) = delete;
-    UniqueDeviceNotification(UniqueDeviceNotification&& other) noexcept : m_value(other.m_value)
-    {
-        other.m_value = nullptr;
-    }
-    UniqueDeviceNotification& operator=(UniqueDeviceNotification&& other) noexcept
-    {
-        if (this != &other) {
-            reset(other.m_value);
-            other.m_value = nullptr;
-        }
-        return *this;
-    }
-    ~UniqueDeviceNotification() { reset(); }
-
-    explicit operator bool() const { return m_value != nullptr; }
-    void reset(void* value = nullptr);
-
-private:
-    void* m_value = nullptr;
+struct DeviceNotificationTraits {
+    using Value = void*;
+    static Value invalid() noexcept { return nullptr; }
+    static void close(Value registration) noexcept;
 };
+using UniqueDeviceNotification = UniqueOwner<DeviceNotificationTraits>;
 
 // Registers `window` for arrival and removal of devices of the USB device interface
 // (GUID_DEVINTERFACE_USB_DEVICE); an empty owner with the last error set on failure.

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Owner.h"
 #include "platform/WinError.h"
 
 namespace platform {
@@ -33,35 +34,12 @@ using WlanHandleValue = void*;
 // WlanCloseHandle semantics: the Windows error, 0 when closed.
 std::uint32_t wlanCloseHandle(WlanHandleValue handle);
 
-class UniqueWlanHandle {
-public:
-    UniqueWlanHandle() = default;
-    explicit UniqueWlanHandle(WlanHandleValue value) : m_value(value) {}
-    UniqueWlanHandle(const UniqueWlanHandle&) = delete;
-    UniqueWlanHandle& operator=(const UniqueWlanHandle&) = delete;
-    UniqueWlanHandle(UniqueWlanHandle&& other) noexcept : m_value(other.release()) {}
-    UniqueWlanHandle& operator=(UniqueWlanHandle&& other) noexcept
-    {
-        if (this != &other) reset(other.release());
-        return *this;
-    }
-    ~UniqueWlanHandle() { reset(); }
-
-    WlanHandleValue get() const { return m_value; }
-    explicit operator bool() const { return m_value != nullptr; }
-    WlanHandleValue release() { return std::exchange(m_value, nullptr); }
-    void reset(WlanHandleValue value = nullptr)
-    {
-        if (m_value != nullptr) {
-            const LastErrorKeeperC keeper;
-            wlanCloseHandle(m_value);
-        }
-        m_value = value;
-    }
-
-private:
-    WlanHandleValue m_value = nullptr;
+struct WlanHandleTraits {
+    using Value = WlanHandleValue;
+    static Value invalid() noexcept { return nullptr; }
+    static void close(Value handle) noexcept { wlanCloseHandle(handle); }
 };
+using UniqueWlanHandle = UniqueOwner<WlanHandleTraits>;
 
 struct WlanInterfaceT {
     std::array<std::uint8_t, 16> guid{};  // the GUID's bytes as Windows lays them out

@@ -71,9 +71,9 @@ bool ControlServerC::start(const std::string& root, std::string& error)
         return false;
     }
     ::unlink(m_path.c_str());
-    m_listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (m_listener < 0 || ::bind(m_listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(m_listener, 8) != 0 || ::pipe2(m_wake, O_CLOEXEC) != 0) {
+    m_listener.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!m_listener || ::bind(m_listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(m_listener.get(), 8) != 0 || !platform::sim::makePipe(m_wakeRead, m_wakeWrite)) {
         error = "cannot listen on " + m_path + ": " + std::strerror(errno);
         stop();
         return false;
@@ -86,15 +86,14 @@ void ControlServerC::stop()
 {
     if (m_thread.joinable()) {
         const char byte = 0;
-        if (::write(m_wake[1], &byte, 1) != 1) {
+        if (::write(m_wakeWrite.get(), &byte, 1) != 1) {
             // The pipe is ours and empty: a failed write leaves nothing to undo.
         }
         m_thread.join();
     }
-    for (int* fd : {&m_listener, &m_wake[0], &m_wake[1]}) {
-        if (*fd >= 0) ::close(*fd);
-        *fd = -1;
-    }
+    m_listener.reset();
+    m_wakeRead.reset();
+    m_wakeWrite.reset();
     if (!m_path.empty()) ::unlink(m_path.c_str());
     m_path.clear();
 }
@@ -102,17 +101,16 @@ void ControlServerC::stop()
 void ControlServerC::serve()
 {
     for (;;) {
-        pollfd fds[2] = {{m_listener, POLLIN, 0}, {m_wake[0], POLLIN, 0}};
+        pollfd fds[2] = {{m_listener.get(), POLLIN, 0}, {m_wakeRead.get(), POLLIN, 0}};
         if (::poll(fds, 2, -1) < 0) {
             if (errno == EINTR) continue;
             return;
         }
         if (fds[1].revents != 0) return;
-        const int fd = ::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd < 0) continue;
+        const platform::sim::UniqueFd connection(::accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (!connection) continue;
         // One client at a time: commands act on the instrument in the order they come.
-        serveConnection(fd);
-        ::close(fd);
+        serveConnection(connection.get());
     }
 }
 
@@ -132,14 +130,12 @@ bool sendControlCommand(const std::string& root, const std::string& line, std::s
         reply = "ERROR control socket path too long: " + path;
         return false;
     }
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0 || ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const platform::sim::UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd || ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         reply = "ERROR no simulated instrument at " + path + ": " + std::strerror(errno);
-        if (fd >= 0) ::close(fd);
         return false;
     }
-    const bool ok = writeAll(fd, line + "\n") && readLine(fd, reply);
-    ::close(fd);
+    const bool ok = writeAll(fd.get(), line + "\n") && readLine(fd.get(), reply);
     if (!ok) reply = "ERROR the simulated instrument did not answer";
     return ok;
 }

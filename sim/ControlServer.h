@@ -5,6 +5,7 @@
 #include <string>
 #include <thread>
 
+#include "platform/sim/UniqueFd.h"
 #include "sim/ControlCommands.h"
 
 namespace halvern::sim {
@@ -27,8 +28,9 @@ private:
     void serveConnection(int fd);
 
     ControlCommandsC& m_commands;
-    int m_listener = -1;
-    int m_wake[2] = {-1, -1};
+    platform::sim::UniqueFd m_listener;
+    platform::sim::UniqueFd m_wakeRead;
+    platform::sim::UniqueFd m_wakeWrite;
     std::string m_path;
     std::thread m_thread;
 };

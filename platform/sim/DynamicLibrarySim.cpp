@@ -24,11 +24,9 @@ const struct {
 
 }  // namespace
 
-void UniqueModule::reset(void* module)
+void ModuleTraits::close(Value module) noexcept
 {
-    const LastErrorKeeperC keeper;
-    delete static_cast<SimModuleC*>(m_module);
-    m_module = module;
+    delete static_cast<SimModuleC*>(module);
 }
 
 UniqueModule loadLibrary(const std::wstring& name)

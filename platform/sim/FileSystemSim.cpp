@@ -12,6 +12,7 @@
 #include "platform/WinError.h"
 #include "platform/sim/SimObject.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/UniqueFd.h"
 
 namespace platform {
 
@@ -49,12 +50,9 @@ std::uint32_t errnoToWindows(int error)
 class SimFileC final : public sim::SimObjectC {
 public:
     explicit SimFileC(int fd) : m_fd(fd) {}
-    ~SimFileC() override { ::close(m_fd); }
-    SimFileC(const SimFileC&) = delete;
-    SimFileC& operator=(const SimFileC&) = delete;
 
 private:
-    int m_fd;
+    const sim::UniqueFd m_fd;
 };
 
 }  // namespace
@@ -69,14 +67,14 @@ UniqueFile openFile(const std::string& windowsPath, const char* mode, int& error
     const std::string path = sim::resolveWindowsPath(windowsPath);
     if (path.empty()) {
         error = ENOENT;
-        return nullptr;
+        return UniqueFile();
     }
     // A read-only file cannot be opened for writing on Windows, not even by an administrator.
     struct stat st {};
     if (mode[0] != 'r' || std::string(mode).find('+') != std::string::npos) {
         if (::stat(path.c_str(), &st) == 0 && isReadOnly(st)) {
             error = EACCES;
-            return nullptr;
+            return UniqueFile();
         }
     }
     UniqueFile file(std::fopen(path.c_str(), mode));

@@ -15,6 +15,7 @@
 #include "platform/sim/SimControlDevice.h"
 #include "platform/sim/SimObject.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/UniqueFd.h"
 
 namespace platform {
 
@@ -22,10 +23,7 @@ namespace {
 
 class I2cDeviceC final : public sim::SimObjectC {
 public:
-    explicit I2cDeviceC(int fd) : m_fd(fd) {}
-    ~I2cDeviceC() override { ::close(m_fd); }
-    I2cDeviceC(const I2cDeviceC&) = delete;
-    I2cDeviceC& operator=(const I2cDeviceC&) = delete;
+    explicit I2cDeviceC(sim::UniqueFd fd) : m_fd(std::move(fd)) {}
 
     // One request and its reply; `reply` holds the bytes after the error number.
     bool exchange(std::uint32_t code, const void* in, std::uint32_t inBytes, std::uint32_t readBytes,
@@ -35,12 +33,12 @@ public:
         std::memcpy(request.data(), &code, 4);
         std::memcpy(request.data() + 4, &readBytes, 4);
         if (inBytes != 0) std::memcpy(request.data() + sim::kI2cWireHeaderBytes, in, inBytes);
-        if (::send(m_fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size())) {
+        if (::send(m_fd.get(), request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size())) {
             setLastError(kErrorIoDevice);
             return false;
         }
         std::vector<std::uint8_t> message(sim::kI2cWireMaxMessage);
-        const ssize_t got = ::recv(m_fd, message.data(), message.size(), 0);
+        const ssize_t got = ::recv(m_fd.get(), message.data(), message.size(), 0);
         if (got < 4) {
             setLastError(kErrorIoDevice);
             return false;
@@ -56,7 +54,7 @@ public:
     }
 
 private:
-    int m_fd;
+    sim::UniqueFd m_fd;
 };
 
 I2cDeviceC* lookupDevice(HandleValue device)
@@ -85,17 +83,16 @@ UniqueHandle openI2cDevice(const std::string& path)
         return UniqueHandle();
     }
     std::memcpy(address.sun_path, socketPath.c_str(), socketPath.size() + 1);
-    const int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    sim::UniqueFd fd(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    if (!fd) {
         setLastError(kErrorNotEnoughMemory);
         return UniqueHandle();
     }
-    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        ::close(fd);
+    if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         setLastError(kErrorFileNotFound);
         return UniqueHandle();
     }
-    return UniqueHandle(sim::registerObject(std::make_unique<I2cDeviceC>(fd)));
+    return UniqueHandle(sim::registerObject(std::make_unique<I2cDeviceC>(std::move(fd))));
 }
 
 bool deviceIoControl(HandleValue device, std::uint32_t code, const void* in, std::uint32_t inBytes, void* out,

@@ -24,29 +24,13 @@
 #include "platform/WinError.h"
 #include "platform/sim/SimObject.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/UniqueFd.h"
 
 namespace platform {
 
 namespace {
 
-class UniqueFd {
-public:
-    UniqueFd() = default;
-    explicit UniqueFd(int fd) : m_fd(fd) {}
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-    ~UniqueFd() { reset(); }
-    int get() const { return m_fd; }
-    void reset(int fd = -1)
-    {
-        if (m_fd >= 0) ::close(m_fd);
-        m_fd = fd;
-    }
-    int release() { return std::exchange(m_fd, -1); }
-
-private:
-    int m_fd = -1;
-};
+using sim::UniqueFd;
 
 // The socket a pipe name is served on, shared by every server instance of this process; the name goes
 // away with the last instance, as on Windows.

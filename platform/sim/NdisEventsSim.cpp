@@ -16,6 +16,7 @@
 #include "platform/WlanDriver.h"
 #include "platform/sim/NdisWire.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/UniqueFd.h"
 
 namespace platform {
 
@@ -23,24 +24,7 @@ namespace {
 
 constexpr std::uint32_t kErrorConnectionRefused = 1225;
 
-class UniqueFd {
-public:
-    UniqueFd() = default;
-    explicit UniqueFd(int fd) : m_fd(fd) {}
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-    ~UniqueFd() { reset(); }
-    int get() const { return m_fd; }
-    int release() { return std::exchange(m_fd, -1); }
-    void reset(int fd = -1)
-    {
-        if (m_fd >= 0) ::close(m_fd);
-        m_fd = fd;
-    }
-
-private:
-    int m_fd = -1;
-};
+using sim::UniqueFd;
 
 std::uint32_t windowsErrorOf(int error)
 {

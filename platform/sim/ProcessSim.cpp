@@ -30,6 +30,7 @@
 #include "platform/sim/SimObject.h"
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimSession.h"
+#include "platform/sim/UniqueFd.h"
 
 extern char** environ;
 
@@ -266,11 +267,10 @@ std::string searchProgram(std::string name)
 class PipeEndObjectC final : public sim::SimObjectC {
 public:
     explicit PipeEndObjectC(int fd) : m_fd(fd) {}
-    ~PipeEndObjectC() override { ::close(m_fd); }
-    int fd() const { return m_fd; }
+    int fd() const { return m_fd.get(); }
 
 private:
-    const int m_fd;
+    const sim::UniqueFd m_fd;
 };
 
 PipeEndObjectC* pipeEnd(HandleValue handle)
@@ -633,19 +633,18 @@ bool openOwnProcessToken(UniqueHandle& token)
     return true;
 }
 
-EnvironmentBlockC::~EnvironmentBlockC()
+void EnvironmentBlockTraits::close(Value block) noexcept
 {
-    delete static_cast<char*>(m_block);
+    delete static_cast<char*>(block);
 }
 
 bool EnvironmentBlockC::create(HandleValue token, bool)
 {
-    delete static_cast<char*>(m_block);
-    m_block = nullptr;
+    m_block.reset();
     if (tokenObject(token) == nullptr) return false;
     // The children of the simulated system inherit this process's environment; the block only marks that
     // one was made.
-    m_block = new char('\0');
+    m_block.reset(new char('\0'));
     return true;
 }
 

@@ -9,8 +9,8 @@
 #include <sstream>
 
 #include "platform/Registry.h"
-#include "platform/UserRegistry.h"
 #include "platform/Text.h"
+#include "platform/UserRegistry.h"
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimSession.h"
@@ -143,11 +143,9 @@ struct SimRegKeyC {
 };
 }  // namespace
 
-void UniqueRegKey::reset(void* key)
+void RegKeyTraits::close(Value key) noexcept
 {
-    const LastErrorKeeperC keeper;
-    delete static_cast<SimRegKeyC*>(m_key);
-    m_key = key;
+    delete static_cast<SimRegKeyC*>(key);
 }
 
 RegStatus regOpenKeyRead(RegHive hive, const std::wstring& subKey, UniqueRegKey& key)

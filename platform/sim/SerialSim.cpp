@@ -23,6 +23,7 @@
 #include "platform/WinError.h"
 #include "platform/sim/SimObject.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/UniqueFd.h"
 
 namespace platform {
 
@@ -36,14 +37,9 @@ namespace {
 // What a port's calls share. Calls hold it while they run, so closing the handle on another thread
 // never pulls it away from under them.
 struct PortStateC {
-    PortStateC(int device, int cancel) : fd(device), cancelFd(cancel) {}
-    ~PortStateC()
-    {
-        ::close(fd);
-        ::close(cancelFd);
-    }
-    const int fd;
-    const int cancelFd;
+    PortStateC(sim::UniqueFd device, sim::UniqueFd cancel) : fd(std::move(device)), cancelFd(std::move(cancel)) {}
+    const sim::UniqueFd fd;
+    const sim::UniqueFd cancelFd;
     std::mutex lock;
     std::uint32_t mask = 0;
     CommTimeoutsT timeouts;
@@ -257,24 +253,22 @@ UniqueHandle openSerialPort(const std::wstring& name)
 {
     const std::string base = sim::root();
     const std::string device = base.empty() ? std::string() : base + "/dev/" + narrow(name).value_or(std::string());
-    const int fd = device.empty() ? -1 : ::open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
+    sim::UniqueFd fd(device.empty() ? -1 : ::open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd) {
         setLastError(errno == ENOENT || device.empty() ? kErrorFileNotFound : kErrorAccessDenied);
         return UniqueHandle();
     }
     // Ports are opened exclusively on Windows: a second opener is refused.
-    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-        ::close(fd);
+    if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
         setLastError(kErrorAccessDenied);
         return UniqueHandle();
     }
-    const int cancel = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (cancel < 0) {
-        ::close(fd);
+    sim::UniqueFd cancel(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!cancel) {
         setLastError(kErrorNotEnoughMemory);
         return UniqueHandle();
     }
-    auto state = std::make_shared<PortStateC>(fd, cancel);
+    auto state = std::make_shared<PortStateC>(std::move(fd), std::move(cancel));
     auto object = std::make_unique<SerialObjectC>();
     HandleValue handle = object.get();
     {
@@ -298,7 +292,7 @@ bool getCommState(HandleValue handle, CommStateT& commState)
     auto state = port(handle);
     if (!state) return false;
     termios settings{};
-    if (::tcgetattr(state->fd, &settings) != 0) return fail(kErrorInvalidHandle);
+    if (::tcgetattr(state->fd.get(), &settings) != 0) return fail(kErrorInvalidHandle);
     static const std::pair<speed_t, std::uint32_t> kSpeeds[] = {
         {B110, 110},   {B300, 300},     {B600, 600},     {B1200, 1200},   {B2400, 2400},     {B4800, 4800},
         {B9600, 9600}, {B19200, 19200}, {B38400, 38400}, {B57600, 57600}, {B115200, 115200}, {B230400, 230400}};
@@ -341,7 +335,7 @@ bool setCommState(HandleValue handle, const CommStateT& commState)
     const speed_t speed = speedOf(commState.baudRate);
     if (speed == B0 || commState.byteSize < 5 || commState.byteSize > 8) return fail(kErrorInvalidParameter);
     termios settings{};
-    if (::tcgetattr(state->fd, &settings) != 0) return fail(kErrorInvalidHandle);
+    if (::tcgetattr(state->fd.get(), &settings) != 0) return fail(kErrorInvalidHandle);
     ::cfmakeraw(&settings);
     ::cfsetispeed(&settings, speed);
     ::cfsetospeed(&settings, speed);
@@ -354,7 +348,7 @@ bool setCommState(HandleValue handle, const CommStateT& commState)
     // A read returns at once with what has arrived.
     settings.c_cc[VMIN] = 0;
     settings.c_cc[VTIME] = 0;
-    return ::tcsetattr(state->fd, TCSANOW, &settings) == 0 || fail(kErrorInvalidParameter);
+    return ::tcsetattr(state->fd.get(), TCSANOW, &settings) == 0 || fail(kErrorInvalidParameter);
 }
 
 bool setCommMask(HandleValue handle, std::uint32_t mask)
@@ -371,7 +365,7 @@ bool waitCommEvent(HandleValue handle, std::uint32_t& events)
     auto state = port(handle);
     if (!state) return false;
     for (;;) {
-        pollfd watched[2] = {{state->fd, POLLIN, 0}, {state->cancelFd, POLLIN, 0}};
+        pollfd watched[2] = {{state->fd.get(), POLLIN, 0}, {state->cancelFd.get(), POLLIN, 0}};
         if (::poll(watched, 2, -1) < 0) {
             if (errno == EINTR) continue;
             return fail(kErrorInvalidHandle);
@@ -391,7 +385,7 @@ bool waitCommEvent(HandleValue handle, std::uint32_t& events)
             return true;
         }
         // Nothing this port listens for; wait for the cancel alone.
-        pollfd cancelOnly = {state->cancelFd, POLLIN, 0};
+        pollfd cancelOnly = {state->cancelFd.get(), POLLIN, 0};
         if ((mask & kEvRxChar) == 0 && ::poll(&cancelOnly, 1, -1) >= 0) return fail(kErrorOperationAborted);
     }
 }
@@ -416,7 +410,7 @@ bool readFileOverlapped(HandleValue file, void* buffer, std::uint32_t bytes, Ove
 {
     auto state = port(file);
     if (!state) return false;
-    const ssize_t got = ::read(state->fd, buffer, bytes);
+    const ssize_t got = ::read(state->fd.get(), buffer, bytes);
     // Nothing there (or the device model gone) reads as zero bytes, as with the instrument's time-outs.
     bytesRead = got > 0 ? static_cast<std::uint32_t>(got) : 0;
     overlapped.impl().transferred = bytesRead;
@@ -431,11 +425,11 @@ bool writeFileOverlapped(HandleValue file, const void* data, std::uint32_t bytes
     const auto* next = static_cast<const char*>(data);
     std::uint32_t left = bytes;
     while (left > 0) {
-        const ssize_t written = ::write(state->fd, next, left);
+        const ssize_t written = ::write(state->fd.get(), next, left);
         if (written < 0) {
             if (errno == EINTR) continue;
             if (errno != EAGAIN) return fail(kErrorAccessDenied);
-            pollfd writable = {state->fd, POLLOUT, 0};
+            pollfd writable = {state->fd.get(), POLLOUT, 0};
             ::poll(&writable, 1, 100);
             continue;
         }
@@ -459,7 +453,7 @@ bool cancelIo(HandleValue file)
     auto state = port(file);
     if (!state) return false;
     const std::uint64_t one = 1;
-    return ::write(state->cancelFd, &one, sizeof one) == sizeof one || fail(kErrorInvalidHandle);
+    return ::write(state->cancelFd.get(), &one, sizeof one) == sizeof one || fail(kErrorInvalidHandle);
 }
 
 }  // namespace platform

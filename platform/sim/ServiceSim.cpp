@@ -65,11 +65,9 @@ SimServiceC* service(const UniqueServiceHandle& handle)
 
 }  // namespace
 
-void UniqueServiceHandle::reset(void* handle)
+void ServiceHandleTraits::close(Value handle) noexcept
 {
-    const LastErrorKeeperC keeper;
-    delete static_cast<SimServiceC*>(m_handle);
-    m_handle = handle;
+    delete static_cast<SimServiceC*>(handle);
 }
 
 UniqueServiceHandle openServiceManager()

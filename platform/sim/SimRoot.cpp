@@ -11,8 +11,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <mutex>
+#include <sstream>
 
 namespace platform::sim {
 
@@ -135,35 +135,15 @@ bool makeDirectories(const std::string& path)
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-namespace {
-
-// An open descriptor with its lock; both end with the owner.
-class LockedFileC {
-public:
-    explicit LockedFileC(const std::string& path) : m_fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644))
-    {
-        if (m_fd < 0) return;
-        while (::flock(m_fd, LOCK_EX) != 0) {
-            if (errno != EINTR) {
-                ::close(m_fd);
-                m_fd = -1;
-                return;
-            }
-        }
+UniqueFd lockFile(const std::string& path, int operation)
+{
+    UniqueFd fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    if (!fd) return fd;
+    while (::flock(fd.get(), operation) != 0) {
+        if (errno != EINTR) return UniqueFd();
     }
-    ~LockedFileC()
-    {
-        if (m_fd >= 0) ::close(m_fd);
-    }
-    LockedFileC(const LockedFileC&) = delete;
-    LockedFileC& operator=(const LockedFileC&) = delete;
-    bool locked() const { return m_fd >= 0; }
-
-private:
-    int m_fd;
-};
-
-}  // namespace
+    return fd;
+}
 
 bool updateSharedFile(const std::string& path, const std::function<std::string(const std::string&)>& change)
 {
@@ -171,8 +151,8 @@ bool updateSharedFile(const std::string& path, const std::function<std::string(c
     if (slash == std::string::npos || !makeDirectories(path.substr(0, slash))) return false;
     // Every process of the instrument takes the same lock file, so no change is lost between a read and
     // the rename; the lock is held only for the read, the write and the rename.
-    const LockedFileC lock(path + ".lock");
-    if (!lock.locked()) return false;
+    const UniqueFd lock = lockFile(path + ".lock", LOCK_EX);
+    if (!lock) return false;
     std::string current;
     {
         std::ifstream in(path, std::ios::binary);

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/sim/UniqueFd.h"
+
 namespace platform::sim {
 
 // $HALVERN_ROOT, or the root set by setRoot(); empty when neither is set.
@@ -25,6 +27,10 @@ std::vector<std::string> splitWindowsPath(const std::string& path);
 
 // Creates `path` and its missing parents (mkdir -p); false on failure.
 bool makeDirectories(const std::string& path);
+
+// Opens `path` (created when missing) and takes flock(`operation`) on it, waiting when the operation blocks;
+// an empty owner when either fails. The lock ends with the owner.
+UniqueFd lockFile(const std::string& path, int operation);
 
 // Changes a file that several processes of one instrument change (the session's process list): under an
 // exclusive lock on "<path>.lock", `change` gets the current content (empty when the file is missing) and

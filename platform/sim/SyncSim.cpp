@@ -13,6 +13,7 @@
 #include "platform/WinError.h"
 #include "platform/sim/SimObject.h"
 #include "platform/sim/SimRoot.h"
+#include "platform/sim/UniqueFd.h"
 
 namespace platform {
 
@@ -35,13 +36,6 @@ namespace {
 // holds it: an exclusive lock says "this process created it", a shared one "this process has it open".
 class NamedObjectFileC {
 public:
-    NamedObjectFileC() = default;
-    NamedObjectFileC(const NamedObjectFileC&) = delete;
-    NamedObjectFileC& operator=(const NamedObjectFileC&) = delete;
-    ~NamedObjectFileC()
-    {
-        if (m_fd >= 0) ::close(m_fd);
-    }
     // Opens the object's file; true when another process already holds the object.
     bool open(const std::wstring& name, bool exclusiveOwner)
     {
@@ -59,31 +53,31 @@ public:
         const std::string dir = rootPath + "/kernel/" + scope;
         if (!sim::makeDirectories(dir)) return false;
         m_path = dir + "/" + narrowName;
-        m_fd = ::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-        if (m_fd < 0) return false;
-        if (::flock(m_fd, LOCK_EX | LOCK_NB) == 0) {
-            if (!exclusiveOwner) ::flock(m_fd, LOCK_SH);
+        m_fd.reset(::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+        if (!m_fd) return false;
+        if (::flock(m_fd.get(), LOCK_EX | LOCK_NB) == 0) {
+            if (!exclusiveOwner) ::flock(m_fd.get(), LOCK_SH);
             return false;
         }
-        if (!exclusiveOwner) ::flock(m_fd, LOCK_SH | LOCK_NB);
+        if (!exclusiveOwner) ::flock(m_fd.get(), LOCK_SH | LOCK_NB);
         return true;
     }
     void writeState(const char* text)
     {
-        if (m_fd < 0) return;
-        if (::ftruncate(m_fd, 0) != 0) return;
+        if (!m_fd) return;
+        if (::ftruncate(m_fd.get(), 0) != 0) return;
         const ssize_t length = static_cast<ssize_t>(std::char_traits<char>::length(text));
-        if (::pwrite(m_fd, text, static_cast<size_t>(length), 0) != length) return;
+        if (::pwrite(m_fd.get(), text, static_cast<size_t>(length), 0) != length) return;
     }
     std::string readState() const
     {
         char buffer[32] = {};
-        if (m_fd < 0 || ::pread(m_fd, buffer, sizeof buffer - 1, 0) < 0) return {};
+        if (!m_fd || ::pread(m_fd.get(), buffer, sizeof buffer - 1, 0) < 0) return {};
         return buffer;
     }
 
 private:
-    int m_fd = -1;
+    sim::UniqueFd m_fd;
     std::string m_path;
 };
 

@@ -16,6 +16,7 @@
 #include "platform/WinError.h"
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimUsbBus.h"
+#include "platform/sim/UniqueFd.h"
 
 namespace platform::sim {
 
@@ -40,12 +41,11 @@ int notifyUsbDeviceChange(const std::string& root, bool arrival)
         address.sun_family = AF_UNIX;
         if (path.size() >= sizeof address.sun_path) continue;
         std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-        const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (fd < 0) break;
-        const ssize_t sent = ::sendto(fd, word.data(), word.size(), MSG_DONTWAIT,
+        const UniqueFd fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        if (!fd) break;
+        const ssize_t sent = ::sendto(fd.get(), word.data(), word.size(), MSG_DONTWAIT,
                                       reinterpret_cast<const sockaddr*>(&address), sizeof address);
         const int sendError = errno;
-        ::close(fd);
         if (sent == static_cast<ssize_t>(word.size()))
             ++told;
         else if (sendError == ECONNREFUSED)

@@ -28,6 +28,7 @@
 #include "platform/Window.h"
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimUsbBus.h"
+#include "platform/sim/UniqueFd.h"
 
 namespace platform {
 
@@ -367,9 +368,9 @@ public:
         std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
         ::unlink(path.c_str());
         auto endpoint = std::unique_ptr<UsbNotificationEndpointC>(new UsbNotificationEndpointC(window, path));
-        endpoint->m_socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (endpoint->m_socket < 0 || ::pipe2(endpoint->m_wake, O_CLOEXEC) != 0 ||
-            ::bind(endpoint->m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        endpoint->m_socket.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        if (!endpoint->m_socket || !sim::makePipe(endpoint->m_wakeRead, endpoint->m_wakeWrite) ||
+            ::bind(endpoint->m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
             setLastError(kErrorAccessDenied);
             return nullptr;
         }
@@ -381,12 +382,10 @@ public:
     {
         if (m_thread.joinable()) {
             const char stop = 0;
-            while (::write(m_wake[1], &stop, 1) < 0 && errno == EINTR) {
+            while (::write(m_wakeWrite.get(), &stop, 1) < 0 && errno == EINTR) {
             }
             m_thread.join();
         }
-        for (int fd : {m_socket, m_wake[0], m_wake[1]})
-            if (fd >= 0) ::close(fd);
         ::unlink(m_path.c_str());
     }
     UsbNotificationEndpointC(const UsbNotificationEndpointC&) = delete;
@@ -398,13 +397,13 @@ private:
     void receive()
     {
         for (;;) {
-            pollfd fds[2] = {{m_socket, POLLIN, 0}, {m_wake[0], POLLIN, 0}};
+            pollfd fds[2] = {{m_socket.get(), POLLIN, 0}, {m_wakeRead.get(), POLLIN, 0}};
             const int ready = ::poll(fds, 2, kReceiveSliceMs);
             if (ready < 0 && errno != EINTR) return;
             if (ready <= 0) continue;
             if (fds[1].revents != 0) return;
             char word[16] = {};
-            const ssize_t got = ::recv(m_socket, word, sizeof word - 1, 0);
+            const ssize_t got = ::recv(m_socket.get(), word, sizeof word - 1, 0);
             if (got <= 0) continue;
             if (std::strcmp(word, sim::kUsbArrivalWord) == 0)
                 postMessage(m_window, wm::DeviceChange, kDbtDeviceArrival, 0);
@@ -415,8 +414,9 @@ private:
 
     WindowHandle m_window;
     std::string m_path;
-    int m_socket = -1;
-    int m_wake[2] = {-1, -1};
+    sim::UniqueFd m_socket;
+    sim::UniqueFd m_wakeRead;
+    sim::UniqueFd m_wakeWrite;
     std::thread m_thread;
 };
 
@@ -427,13 +427,9 @@ bool sendUsbDeviceChange(WindowHandle window, WParam event, std::uint32_t)
     return postMessage(window, wm::DeviceChange, event, 0);
 }
 
-void UniqueDeviceNotification::reset(void* value)
+void DeviceNotificationTraits::close(Value registration) noexcept
 {
-    if (m_value != nullptr) {
-        const LastErrorKeeperC keeper;
-        delete static_cast<UsbNotificationEndpointC*>(m_value);
-    }
-    m_value = value;
+    delete static_cast<UsbNotificationEndpointC*>(registration);
 }
 
 UniqueDeviceNotification registerUsbDeviceNotification(WindowHandle window)

@@ -41,28 +41,11 @@ std::string folderOf(const std::string& root)
     return root + "/sim/wlan";
 }
 
-// flock() on a file of its own, so that the record can be replaced while the lock is held.
-class FileLockC {
-public:
-    FileLockC(const std::string& path, int operation)
-    {
-        m_fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-        if (m_fd >= 0 && ::flock(m_fd, operation) != 0) {
-            ::close(m_fd);
-            m_fd = -1;
-        }
-    }
-    ~FileLockC()
-    {
-        if (m_fd >= 0) ::close(m_fd);
-    }
-    FileLockC(const FileLockC&) = delete;
-    FileLockC& operator=(const FileLockC&) = delete;
-    bool held() const { return m_fd >= 0; }
-
-private:
-    int m_fd = -1;
-};
+// The lock is a file of its own, so that the record can be replaced while the lock is held.
+std::string lockPath(const std::string& root)
+{
+    return folderOf(root) + "/hostednetwork.lock";
+}
 
 std::uint32_t number(const std::string& text)
 {
@@ -145,15 +128,15 @@ std::string hostedNetworkSsid(const std::vector<std::uint8_t>& settings)
 SimHostedNetworkS readHostedNetwork(const std::string& root)
 {
     if (!makeDirectories(folderOf(root))) return readUnlocked(root);
-    FileLockC lock(folderOf(root) + "/hostednetwork.lock", LOCK_SH);
+    const UniqueFd lock = lockFile(lockPath(root), LOCK_SH);
     return readUnlocked(root);
 }
 
 bool updateHostedNetwork(const std::string& root, const std::function<void(SimHostedNetworkS&)>& change)
 {
     if (root.empty() || !makeDirectories(folderOf(root))) return false;
-    FileLockC lock(folderOf(root) + "/hostednetwork.lock", LOCK_EX);
-    if (!lock.held()) return false;
+    const UniqueFd lock = lockFile(lockPath(root), LOCK_EX);
+    if (!lock) return false;
     SimHostedNetworkS record = readUnlocked(root);
     change(record);
     return writeUnlocked(root, record);

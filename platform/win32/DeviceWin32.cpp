@@ -15,11 +15,7 @@ const GUID kNetworkClass = {0x4D36E972, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00,
 }  // namespace
 
 struct NetworkDeviceListC::Impl {
-    HDEVINFO set = INVALID_HANDLE_VALUE;
-    ~Impl()
-    {
-        if (set != INVALID_HANDLE_VALUE) SetupDiDestroyDeviceInfoList(set);
-    }
+    win32::UniqueDeviceInfoSet set;
 };
 
 NetworkDeviceListC::NetworkDeviceListC() : m_impl(std::make_unique<Impl>()) {}
@@ -27,15 +23,15 @@ NetworkDeviceListC::~NetworkDeviceListC() = default;
 
 bool NetworkDeviceListC::open(bool presentOnly)
 {
-    m_impl->set = SetupDiGetClassDevsW(&kNetworkClass, nullptr, nullptr, presentOnly ? DIGCF_PRESENT : 0);
-    return m_impl->set != INVALID_HANDLE_VALUE;
+    m_impl->set.reset(SetupDiGetClassDevsW(&kNetworkClass, nullptr, nullptr, presentOnly ? DIGCF_PRESENT : 0));
+    return static_cast<bool>(m_impl->set);
 }
 
 bool NetworkDeviceListC::device(std::uint32_t index)
 {
     SP_DEVINFO_DATA data{};
     data.cbSize = sizeof data;
-    return SetupDiEnumDeviceInfo(m_impl->set, index, &data) != FALSE;
+    return SetupDiEnumDeviceInfo(m_impl->set.get(), index, &data) != FALSE;
 }
 
 bool NetworkDeviceListC::property(std::uint32_t index, DevicePropertyE which, std::vector<std::wstring>& values)
@@ -43,9 +39,9 @@ bool NetworkDeviceListC::property(std::uint32_t index, DevicePropertyE which, st
     values.clear();
     SP_DEVINFO_DATA data{};
     data.cbSize = sizeof data;
-    if (!SetupDiEnumDeviceInfo(m_impl->set, index, &data)) return false;
+    if (!SetupDiEnumDeviceInfo(m_impl->set.get(), index, &data)) return false;
     const DWORD property = which == DevicePropertyE::DriverKey ? SPDRP_DRIVER : SPDRP_HARDWAREID;
-    if (!win32::deviceTextProperty(m_impl->set, data, property, values)) return false;
+    if (!win32::deviceTextProperty(m_impl->set.get(), data, property, values)) return false;
     // The driver key is one text.
     if (which == DevicePropertyE::DriverKey && values.size() > 1) values.resize(1);
     return true;

@@ -5,11 +5,9 @@
 
 namespace platform {
 
-void UniqueModule::reset(void* module)
+void ModuleTraits::close(Value module) noexcept
 {
-    const LastErrorKeeperC keeper;
-    if (m_module != nullptr) FreeLibrary(static_cast<HMODULE>(m_module));
-    m_module = module;
+    FreeLibrary(static_cast<HMODULE>(module));
 }
 
 UniqueModule loadLibrary(const std::wstring& name)

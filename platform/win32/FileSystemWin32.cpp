@@ -39,7 +39,7 @@ UniqueFile openFile(const std::string& windowsPath, const char* mode, int& error
     if (modeWrites(access) && isReadOnlyFile(path)) {
         error = EACCES;
         errno = EACCES;
-        return nullptr;
+        return UniqueFile();
     }
     errno = 0;
     UniqueFile file(_wfopen(path.c_str(), widen(access).c_str()));

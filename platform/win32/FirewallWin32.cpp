@@ -2,43 +2,20 @@
 // netfw.h after windows.h: it needs the COM declarations.
 #include <netfw.h>
 
-#include <memory>
-
 #include "platform/Firewall.h"
+#include "platform/win32/Com.h"
 #include "platform/win32/WineGuard.h"
 
 namespace platform {
 
 namespace {
 
-struct ComRelease {
-    void operator()(IUnknown* object) const
-    {
-        if (object != nullptr) object->Release();
-    }
-};
-
-// CoUninitialize for a successful CoInitializeEx, on the thread that made it. A thread already in another
-// apartment (RPC_E_CHANGED_MODE) still has COM and goes on with it.
-class ComScopeC {
-public:
-    ComScopeC() = default;
-    ~ComScopeC()
-    {
-        if (m_initialized) CoUninitialize();
-    }
-    ComScopeC(const ComScopeC&) = delete;
-    ComScopeC& operator=(const ComScopeC&) = delete;
-    HRESULT initialize()
-    {
-        const HRESULT result = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        m_initialized = SUCCEEDED(result);
-        return result == RPC_E_CHANGED_MODE ? S_OK : result;
-    }
-
-private:
-    bool m_initialized = false;
-};
+// A thread already in the multithreaded apartment (RPC_E_CHANGED_MODE) still has COM and goes on with it.
+HRESULT enterApartment(win32::UniqueComInitialization& com)
+{
+    const HRESULT result = win32::initializeCom(com, COINIT_APARTMENTTHREADED);
+    return result == RPC_E_CHANGED_MODE ? S_OK : result;
+}
 
 FirewallResultT failed(FirewallStepE step, HRESULT result)
 {
@@ -46,7 +23,7 @@ FirewallResultT failed(FirewallStepE step, HRESULT result)
 }
 
 // The policy object, or the failed step.
-FirewallResultT createPolicy(std::unique_ptr<INetFwPolicy2, ComRelease>& policy)
+FirewallResultT createPolicy(win32::ComPtr<INetFwPolicy2>& policy)
 {
     INetFwPolicy2* created = nullptr;
     const HRESULT result = CoCreateInstance(__uuidof(NetFwPolicy2), nullptr, CLSCTX_INPROC_SERVER,
@@ -61,10 +38,10 @@ FirewallResultT createPolicy(std::unique_ptr<INetFwPolicy2, ComRelease>& policy)
 FirewallResultT setFirewallEnabled(FirewallProfileE profile, bool enabled)
 {
     if (win32::refusedUnderWine()) return failed(FirewallStepE::PutFirewallEnabled, E_ACCESSDENIED);
-    ComScopeC com;
-    HRESULT result = com.initialize();
+    win32::UniqueComInitialization com;
+    HRESULT result = enterApartment(com);
     if (FAILED(result)) return failed(FirewallStepE::CoInitializeEx, result);
-    std::unique_ptr<INetFwPolicy2, ComRelease> policy;
+    win32::ComPtr<INetFwPolicy2> policy;
     const FirewallResultT created = createPolicy(policy);
     if (!created.ok()) return created;
     result =
@@ -75,10 +52,10 @@ FirewallResultT setFirewallEnabled(FirewallProfileE profile, bool enabled)
 
 FirewallResultT getFirewallEnabled(FirewallProfileE profile, bool& enabled)
 {
-    ComScopeC com;
-    HRESULT result = com.initialize();
+    win32::UniqueComInitialization com;
+    HRESULT result = enterApartment(com);
     if (FAILED(result)) return failed(FirewallStepE::CoInitializeEx, result);
-    std::unique_ptr<INetFwPolicy2, ComRelease> policy;
+    win32::ComPtr<INetFwPolicy2> policy;
     const FirewallResultT created = createPolicy(policy);
     if (!created.ok()) return created;
     VARIANT_BOOL value = VARIANT_FALSE;

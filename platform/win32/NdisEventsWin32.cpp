@@ -13,10 +13,15 @@
 #include <utility>
 
 #include "platform/WlanDriver.h"
+#include "platform/win32/Com.h"
 
 namespace platform {
 
 namespace {
+
+using win32::ComPtr;
+using win32::UniqueBstr;
+using win32::VariantC;
 
 const wchar_t* const kNamespace = L"ROOT\\WMI";
 const wchar_t* const kQueryLanguage = L"WQL";
@@ -29,56 +34,6 @@ const wchar_t* const kClassMediaConnect = L"MSNdis_StatusMediaConnect";
 const wchar_t* const kClassMediaDisconnect = L"MSNdis_StatusMediaDisconnect";
 const wchar_t* const kClassSpecificIndication = L"MSNdis_StatusMediaSpecificIndicationEx";
 const wchar_t* const kIndicationProperty = L"NdisStatusMediaSpecificIndication";
-
-struct ComRelease {
-    void operator()(IUnknown* object) const
-    {
-        if (object != nullptr) object->Release();
-    }
-};
-template <class T>
-using ComPtr = std::unique_ptr<T, ComRelease>;
-
-struct BstrFree {
-    void operator()(BSTR text) const { SysFreeString(text); }
-};
-using UniqueBstr = std::unique_ptr<OLECHAR, BstrFree>;
-
-// A VARIANT that is cleared whatever path leaves.
-class VariantC {
-public:
-    VariantC() { VariantInit(&m_value); }
-    ~VariantC() { VariantClear(&m_value); }
-    VariantC(const VariantC&) = delete;
-    VariantC& operator=(const VariantC&) = delete;
-    VARIANT* get() { return &m_value; }
-
-private:
-    VARIANT m_value;
-};
-
-// CoUninitialize for a successful CoInitializeEx, on the thread that made it.
-class ComScopeC {
-public:
-    ComScopeC() = default;
-    ~ComScopeC() { reset(); }
-    ComScopeC(const ComScopeC&) = delete;
-    ComScopeC& operator=(const ComScopeC&) = delete;
-    HRESULT initialize()
-    {
-        const HRESULT result = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        m_initialized = SUCCEEDED(result);
-        return result;
-    }
-    void reset()
-    {
-        if (m_initialized) CoUninitialize();
-        m_initialized = false;
-    }
-
-private:
-    bool m_initialized = false;
-};
 
 NdisEventT eventOf(IWbemClassObject* object)
 {
@@ -167,7 +122,7 @@ private:
 }  // namespace
 
 struct NdisEventSourceC::Impl {
-    ComScopeC com;
+    win32::UniqueComInitialization com;
     ComPtr<IWbemLocator> locator;
     ComPtr<IWbemServices> services;
     ComPtr<NdisObjectSinkC> sink;
@@ -188,7 +143,7 @@ NdisSubscribeResultT NdisEventSourceC::start(NdisEventCallback callback)
         stop();
         return NdisSubscribeResultT{step, static_cast<std::uint32_t>(result)};
     };
-    HRESULT result = m_impl->com.initialize();
+    HRESULT result = win32::initializeCom(m_impl->com, COINIT_MULTITHREADED);
     if (FAILED(result)) return failed(NdisSubscribeStepE::CoInitializeEx, result);
     result = CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT, RPC_C_IMP_LEVEL_IMPERSONATE,
                                   nullptr, EOAC_NONE, nullptr);

@@ -11,8 +11,9 @@ namespace platform {
 bool listPresentPciDevices(std::vector<PciDeviceT>& devices)
 {
     devices.clear();
-    win32::DeviceInfoSetC set(SetupDiGetClassDevsW(nullptr, L"PCI", nullptr, DIGCF_ALLCLASSES | DIGCF_PRESENT));
-    if (set.get() == INVALID_HANDLE_VALUE) return false;
+    const win32::UniqueDeviceInfoSet set(
+        SetupDiGetClassDevsW(nullptr, L"PCI", nullptr, DIGCF_ALLCLASSES | DIGCF_PRESENT));
+    if (!set) return false;
     SP_DEVINFO_DATA data{};
     data.cbSize = sizeof data;
     for (DWORD index = 0; SetupDiEnumDeviceInfo(set.get(), index, &data); ++index) {

@@ -234,16 +234,18 @@ bool openOwnProcessToken(UniqueHandle& token)
     return true;
 }
 
-EnvironmentBlockC::~EnvironmentBlockC()
+void EnvironmentBlockTraits::close(Value block) noexcept
 {
-    if (m_block != nullptr) DestroyEnvironmentBlock(m_block);
+    DestroyEnvironmentBlock(block);
 }
 
 bool EnvironmentBlockC::create(HandleValue token, bool inherit)
 {
-    if (m_block != nullptr) DestroyEnvironmentBlock(m_block);
-    m_block = nullptr;
-    return CreateEnvironmentBlock(&m_block, token, inherit ? TRUE : FALSE) != FALSE;
+    m_block.reset();
+    void* block = nullptr;
+    if (!CreateEnvironmentBlock(&block, token, inherit ? TRUE : FALSE)) return false;
+    m_block.reset(block);
+    return true;
 }
 
 bool createProcessAsUser(HandleValue token, const std::wstring& application, const std::wstring& commandLine,

@@ -6,11 +6,9 @@
 
 namespace platform {
 
-void UniqueRegKey::reset(void* key)
+void RegKeyTraits::close(Value key) noexcept
 {
-    const LastErrorKeeperC keeper;
-    if (m_key != nullptr) RegCloseKey(static_cast<HKEY>(m_key));
-    m_key = key;
+    RegCloseKey(static_cast<HKEY>(key));
 }
 
 namespace {

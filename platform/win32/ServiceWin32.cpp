@@ -6,11 +6,9 @@
 
 namespace platform {
 
-void UniqueServiceHandle::reset(void* handle)
+void ServiceHandleTraits::close(Value handle) noexcept
 {
-    const LastErrorKeeperC keeper;
-    if (m_handle != nullptr) CloseServiceHandle(static_cast<SC_HANDLE>(m_handle));
-    m_handle = handle;
+    CloseServiceHandle(static_cast<SC_HANDLE>(handle));
 }
 
 UniqueServiceHandle openServiceManager()

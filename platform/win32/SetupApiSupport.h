@@ -8,26 +8,17 @@
 #include <string>
 #include <vector>
 
+#include "platform/Owner.h"
+
 namespace platform::win32 {
 
-// A device information set, destroyed with its owner.
-class DeviceInfoSetC {
-public:
-    explicit DeviceInfoSetC(HDEVINFO set) : m_set(set) {}
-    ~DeviceInfoSetC()
-    {
-        const DWORD error = GetLastError();
-        if (m_set != INVALID_HANDLE_VALUE) SetupDiDestroyDeviceInfoList(m_set);
-        SetLastError(error);
-    }
-    DeviceInfoSetC(const DeviceInfoSetC&) = delete;
-    DeviceInfoSetC& operator=(const DeviceInfoSetC&) = delete;
-    bool valid() const { return m_set != INVALID_HANDLE_VALUE; }
-    HDEVINFO get() const { return m_set; }
-
-private:
-    HDEVINFO m_set;
+// SetupDiDestroyDeviceInfoList; the calls that make a set answer INVALID_HANDLE_VALUE on failure.
+struct DeviceInfoSetTraits {
+    using Value = HDEVINFO;
+    static Value invalid() noexcept { return INVALID_HANDLE_VALUE; }
+    static void close(Value set) noexcept { SetupDiDestroyDeviceInfoList(set); }
 };
+using UniqueDeviceInfoSet = UniqueOwner<DeviceInfoSetTraits>;
 
 // A text or multi-text registry property of a device as its strings; false when the device lacks it. The
 // buffer grows to the size the system reports when 512 bytes are not enough.

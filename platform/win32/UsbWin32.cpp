@@ -76,8 +76,8 @@ bool portOf(HDEVINFO set, SP_DEVINFO_DATA& device, std::uint32_t& port)
 bool listUsbDevices(std::vector<UsbDeviceT>& devices)
 {
     devices.clear();
-    win32::DeviceInfoSetC set(presentUsbDevices());
-    if (!set.valid()) return false;
+    const win32::UniqueDeviceInfoSet set(presentUsbDevices());
+    if (!set) return false;
     for (DWORD index = 0;; ++index) {
         SP_DEVINFO_DATA data{};
         data.cbSize = sizeof data;
@@ -104,8 +104,8 @@ bool listUsbDevices(std::vector<UsbDeviceT>& devices)
 bool restartUsbDevice(std::uint32_t port)
 {
     if (win32::refusedUnderWine()) return false;
-    win32::DeviceInfoSetC set(presentUsbDevices());
-    if (!set.valid()) return false;
+    const win32::UniqueDeviceInfoSet set(presentUsbDevices());
+    if (!set) return false;
     for (DWORD index = 0;; ++index) {
         SP_DEVINFO_DATA data{};
         data.cbSize = sizeof data;

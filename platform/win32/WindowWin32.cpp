@@ -227,13 +227,9 @@ bool translateAccelerator(WindowHandle window, const AcceleratorTable& table, co
     return TranslateAcceleratorW(toHwnd(window), static_cast<HACCEL>(table.get()), &msg) != 0;
 }
 
-void UniqueDeviceNotification::reset(void* value)
+void DeviceNotificationTraits::close(Value registration) noexcept
 {
-    if (m_value != nullptr) {
-        const LastErrorKeeperC keeper;
-        UnregisterDeviceNotification(static_cast<HDEVNOTIFY>(m_value));
-    }
-    m_value = value;
+    UnregisterDeviceNotification(static_cast<HDEVNOTIFY>(registration));
 }
 
 UniqueDeviceNotification registerUsbDeviceNotification(WindowHandle window)

@@ -10,65 +10,19 @@
 #include <memory>
 
 #include "platform/WriteFilterOverlay.h"
+#include "platform/win32/Com.h"
 
 namespace platform {
 
 namespace {
 
+using win32::ComPtr;
+using win32::VariantC;
+
 const wchar_t* const kNamespace = L"ROOT\\StandardCimv2\\embedded";
 const wchar_t* const kQuery = L"SELECT OverlayConsumption, AvailableSpace FROM UWF_Overlay";
 // A reading is bounded, so that whoever waits for the overlay watch's thread waits a bounded time.
 constexpr LONG kQueryWaitMs = 30000;
-
-struct ComRelease {
-    void operator()(IUnknown* object) const
-    {
-        if (object != nullptr) object->Release();
-    }
-};
-template <class T>
-using ComPtr = std::unique_ptr<T, ComRelease>;
-
-class BstrC {
-public:
-    explicit BstrC(const wchar_t* text) : m_text(SysAllocString(text)) {}
-    ~BstrC() { SysFreeString(m_text); }
-    BstrC(const BstrC&) = delete;
-    BstrC& operator=(const BstrC&) = delete;
-    BSTR get() const { return m_text; }
-
-private:
-    BSTR m_text;
-};
-
-class VariantC {
-public:
-    VariantC() { VariantInit(&m_value); }
-    ~VariantC() { VariantClear(&m_value); }
-    VariantC(const VariantC&) = delete;
-    VariantC& operator=(const VariantC&) = delete;
-    VARIANT* get() { return &m_value; }
-
-private:
-    VARIANT m_value;
-};
-
-// COM on this thread for the reading; a thread that already has COM in another apartment keeps it.
-class ComScopeC {
-public:
-    ComScopeC() : m_result(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
-    ~ComScopeC()
-    {
-        if (SUCCEEDED(m_result)) CoUninitialize();
-    }
-    ComScopeC(const ComScopeC&) = delete;
-    ComScopeC& operator=(const ComScopeC&) = delete;
-    bool usable() const { return SUCCEEDED(m_result) || m_result == RPC_E_CHANGED_MODE; }
-    HRESULT result() const { return m_result; }
-
-private:
-    HRESULT m_result;
-};
 
 bool failed(HRESULT result)
 {
@@ -97,8 +51,10 @@ bool readWriteFilterOverlay(std::uint32_t& consumptionMb, std::uint32_t& availab
 {
     consumptionMb = 0;
     availableMb = 0;
-    ComScopeC com;
-    if (!com.usable()) return failed(com.result());
+    // A thread that already has COM in the other apartment model keeps it and reads with it.
+    win32::UniqueComInitialization com;
+    const HRESULT entered = win32::initializeCom(com, COINIT_MULTITHREADED);
+    if (FAILED(entered) && entered != RPC_E_CHANGED_MODE) return failed(entered);
     const HRESULT security = CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT,
                                                   RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE, nullptr);
     // Security is set once per process; whoever came first set it.
@@ -110,7 +66,7 @@ bool readWriteFilterOverlay(std::uint32_t& consumptionMb, std::uint32_t& availab
     if (FAILED(result)) return failed(result);
     ComPtr<IWbemLocator> locator(rawLocator);
 
-    BstrC nameSpace(kNamespace);
+    const win32::UniqueBstr nameSpace(SysAllocString(kNamespace));
     IWbemServices* rawServices = nullptr;
     result = locator->ConnectServer(nameSpace.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr, &rawServices);
     if (FAILED(result)) return failed(result);
@@ -119,8 +75,8 @@ bool readWriteFilterOverlay(std::uint32_t& consumptionMb, std::uint32_t& availab
                                RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE);
     if (FAILED(result)) return failed(result);
 
-    BstrC language(L"WQL");
-    BstrC query(kQuery);
+    const win32::UniqueBstr language(SysAllocString(L"WQL"));
+    const win32::UniqueBstr query(SysAllocString(kQuery));
     IEnumWbemClassObject* rawEnumerator = nullptr;
     result = services->ExecQuery(language.get(), query.get(), WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
                                  nullptr, &rawEnumerator);

@@ -13,10 +13,12 @@
 #include <string>
 #include <thread>
 
+#include "platform/sim/UniqueFd.h"
 #include "sim/board/BoardShellC.h"
-#include "sim/board/UniqueFd.h"
 
 namespace halvern::sim {
+
+using platform::sim::UniqueFd;
 
 class BoardTelnetServerC {
 public:

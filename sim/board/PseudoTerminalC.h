@@ -10,9 +10,11 @@
 #include <string>
 #include <thread>
 
-#include "sim/board/UniqueFd.h"
+#include "platform/sim/UniqueFd.h"
 
 namespace halvern::sim {
+
+using platform::sim::UniqueFd;
 
 class PseudoTerminalC {
 public:

@@ -68,12 +68,12 @@ I2cDeviceServerC::~I2cDeviceServerC()
 
 void I2cDeviceServerC::add(const std::string& name, I2cRegisterDeviceC& model)
 {
-    m_endpoints.push_back({name, &model, -1});
+    m_endpoints.push_back({name, &model, {}});
 }
 
 bool I2cDeviceServerC::start(const std::string& root, std::string& error)
 {
-    if (!platform::sim::makeDirectories(root + "/dev") || ::pipe2(m_wake, O_CLOEXEC) != 0) {
+    if (!platform::sim::makeDirectories(root + "/dev") || !platform::sim::makePipe(m_wakeRead, m_wakeWrite)) {
         error = "cannot make " + root + "/dev";
         return false;
     }
@@ -89,10 +89,10 @@ bool I2cDeviceServerC::start(const std::string& root, std::string& error)
         }
         std::memcpy(address.sun_path, endpoint.path.c_str(), endpoint.path.size() + 1);
         ::unlink(endpoint.path.c_str());
-        endpoint.listener = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-        if (endpoint.listener < 0 ||
-            ::bind(endpoint.listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-            ::listen(endpoint.listener, 8) != 0) {
+        endpoint.listener.reset(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+        if (!endpoint.listener ||
+            ::bind(endpoint.listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+            ::listen(endpoint.listener.get(), 8) != 0) {
             error = "cannot listen on " + endpoint.path + ": " + std::strerror(errno);
             stop();
             return false;
@@ -106,59 +106,50 @@ void I2cDeviceServerC::stop()
 {
     if (m_thread.joinable()) {
         const char byte = 0;
-        if (::write(m_wake[1], &byte, 1) != 1) {
+        if (::write(m_wakeWrite.get(), &byte, 1) != 1) {
             // The pipe is ours and empty: a failed write leaves nothing to undo.
         }
         m_thread.join();
     }
     for (Endpoint& endpoint : m_endpoints) {
-        if (endpoint.listener >= 0) {
-            ::close(endpoint.listener);
-            ::unlink(endpoint.path.c_str());
-        }
-        endpoint.listener = -1;
+        if (endpoint.listener) ::unlink(endpoint.path.c_str());
+        endpoint.listener.reset();
     }
-    for (int& fd : m_wake) {
-        if (fd >= 0) ::close(fd);
-        fd = -1;
-    }
+    m_wakeRead.reset();
+    m_wakeWrite.reset();
 }
 
 void I2cDeviceServerC::serve()
 {
     // Open device handles: the connection and the model it reaches.
-    std::vector<std::pair<int, I2cRegisterDeviceC*>> connections;
+    std::vector<std::pair<platform::sim::UniqueFd, I2cRegisterDeviceC*>> connections;
     for (;;) {
         std::vector<pollfd> fds;
-        fds.push_back({m_wake[0], POLLIN, 0});
+        fds.push_back({m_wakeRead.get(), POLLIN, 0});
         for (const Endpoint& endpoint : m_endpoints)
-            fds.push_back({endpoint.listener, POLLIN, 0});
+            fds.push_back({endpoint.listener.get(), POLLIN, 0});
         for (const auto& connection : connections)
-            fds.push_back({connection.first, POLLIN, 0});
+            fds.push_back({connection.first.get(), POLLIN, 0});
         if (::poll(fds.data(), fds.size(), -1) < 0) {
             if (errno == EINTR) continue;
             break;
         }
         if (fds[0].revents != 0) break;
         const std::size_t first = 1 + m_endpoints.size();
-        std::vector<std::pair<int, I2cRegisterDeviceC*>> open;
+        std::vector<std::pair<platform::sim::UniqueFd, I2cRegisterDeviceC*>> open;
         for (std::size_t i = 0; i < connections.size(); ++i) {
             const short events = fds[first + i].revents;
-            if (events != 0 && !answer(connections[i].first, *connections[i].second)) {
-                ::close(connections[i].first);
-                continue;
-            }
-            open.push_back(connections[i]);
+            // A connection that failed stays behind and closes with the old list after the swap.
+            if (events != 0 && !answer(connections[i].first.get(), *connections[i].second)) continue;
+            open.push_back(std::move(connections[i]));
         }
         for (std::size_t i = 0; i < m_endpoints.size(); ++i) {
             if ((fds[1 + i].revents & POLLIN) == 0) continue;
-            const int fd = ::accept4(m_endpoints[i].listener, nullptr, nullptr, SOCK_CLOEXEC);
-            if (fd >= 0) open.emplace_back(fd, m_endpoints[i].model);
+            platform::sim::UniqueFd accepted(::accept4(m_endpoints[i].listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            if (accepted) open.emplace_back(std::move(accepted), m_endpoints[i].model);
         }
         connections.swap(open);
     }
-    for (const auto& connection : connections)
-        ::close(connection.first);
 }
 
 }  // namespace halvern::sim

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/sim/UniqueFd.h"
 #include "sim/i2c/I2cDeviceModels.h"
 
 namespace halvern::sim {
@@ -29,12 +30,13 @@ private:
     struct Endpoint {
         std::string path;
         I2cRegisterDeviceC* model;
-        int listener;
+        platform::sim::UniqueFd listener;
     };
     void serve();
 
     std::vector<Endpoint> m_endpoints;
-    int m_wake[2] = {-1, -1};
+    platform::sim::UniqueFd m_wakeRead;
+    platform::sim::UniqueFd m_wakeWrite;
     std::thread m_thread;
 };
 

@@ -20,6 +20,7 @@
 
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimUsbBus.h"
+#include "platform/sim/UniqueFd.h"
 #include "sim/SimRootLayout.h"
 #include "sim/standin/StandInInstall.h"
 #include "sim/windows/RelayWire.h"
@@ -136,8 +137,8 @@ public:
         if (m_path.size() >= sizeof address.sun_path || !platform::sim::makeDirectories(folder)) return;
         std::memcpy(address.sun_path, m_path.c_str(), m_path.size() + 1);
         ::unlink(m_path.c_str());
-        m_socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (m_socket < 0 || ::bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        m_socket.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        if (!m_socket || ::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
             std::fprintf(stderr, "halvern-sim: USB device changes cannot reach Halvern.exe (%s)\n",
                          std::strerror(errno));
             return;
@@ -148,7 +149,6 @@ public:
     {
         m_stop = true;
         if (m_thread.joinable()) m_thread.join();
-        if (m_socket >= 0) ::close(m_socket);
         ::unlink(m_path.c_str());
     }
     UsbChangeRelayC(const UsbChangeRelayC&) = delete;
@@ -158,10 +158,10 @@ private:
     void relay()
     {
         while (!m_stop) {
-            pollfd readable{m_socket, POLLIN, 0};
+            pollfd readable{m_socket.get(), POLLIN, 0};
             if (::poll(&readable, 1, kSliceMs) <= 0) continue;
             char word[16] = {};
-            if (::recv(m_socket, word, sizeof word - 1, 0) <= 0) continue;
+            if (::recv(m_socket.get(), word, sizeof word - 1, 0) <= 0) continue;
             if (std::strcmp(word, platform::sim::kUsbArrivalWord) != 0 &&
                 std::strcmp(word, platform::sim::kUsbRemovalWord) != 0)
                 continue;
@@ -177,7 +177,7 @@ private:
 
     std::string m_root;
     std::string m_path;
-    int m_socket = -1;
+    platform::sim::UniqueFd m_socket;
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };

@@ -11,11 +11,13 @@
 
 #include "platform/NamedPipe.h"
 #include "platform/Text.h"
-#include "sim/board/UniqueFd.h"
+#include "platform/sim/UniqueFd.h"
 #include "sim/standin/StandInInstall.h"
 #include "sim/windows/RelayWire.h"
 
 namespace halvern::sim {
+
+using platform::sim::UniqueFd;
 
 namespace {
 
@@ -106,7 +108,8 @@ void WineRelayServerC::serveConnection(platform::SocketValue socket)
     std::string payload;
     if (!receiveRelayFrame(socket, kind, payload)) return;
     if (kind == RelayFrameE::Pipe) relayPipe(socket, payload);
-    if (kind == RelayFrameE::Served) sendRelayFrame(socket, RelayFrameE::Served, exists(m_root + "/pipe/" + payload) ? "1" : "0");
+    if (kind == RelayFrameE::Served)
+        sendRelayFrame(socket, RelayFrameE::Served, exists(m_root + "/pipe/" + payload) ? "1" : "0");
     if (kind == RelayFrameE::Run) runStandIn(socket, splitRunRequest(payload));
 }
 

@@ -43,15 +43,12 @@ bool NdisIndicationServerC::start(const std::string& root, std::string& error)
     m_listener.reset(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, m_path.c_str(), m_path.size() + 1);
-    int wake[2] = {-1, -1};
     if (!m_listener || ::bind(m_listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(m_listener.get(), 8) != 0 || ::pipe2(wake, O_CLOEXEC) != 0) {
+        ::listen(m_listener.get(), 8) != 0 || !platform::sim::makePipe(m_wakeRead, m_wakeWrite)) {
         error = "cannot serve " + m_path + ": " + std::strerror(errno);
         m_listener.reset();
         return false;
     }
-    m_wakeRead.reset(wake[0]);
-    m_wakeWrite.reset(wake[1]);
     m_thread = std::thread([this] { serve(); });
     return true;
 }

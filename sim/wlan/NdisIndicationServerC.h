@@ -11,9 +11,11 @@
 #include <thread>
 #include <vector>
 
-#include "sim/board/UniqueFd.h"
+#include "platform/sim/UniqueFd.h"
 
 namespace halvern::sim {
+
+using platform::sim::UniqueFd;
 
 class NdisIndicationServerC {
 public:
