@@ -8,7 +8,8 @@
 namespace platform {
 
 struct RouteChangeNotificationC::Impl {
-    WSAEVENT event = WSA_INVALID_EVENT;
+    // A WSAEVENT is an event handle (WSA_INVALID_EVENT is null), and WSACloseEvent closes it as CloseHandle does.
+    UniqueHandle event;
     OVERLAPPED overlapped{};
     bool pending = false;
 };
@@ -18,19 +19,18 @@ RouteChangeNotificationC::RouteChangeNotificationC() : m_impl(std::make_unique<I
 RouteChangeNotificationC::~RouteChangeNotificationC()
 {
     if (m_impl->pending) CancelIPChangeNotify(&m_impl->overlapped);
-    if (m_impl->event != WSA_INVALID_EVENT) WSACloseEvent(m_impl->event);
 }
 
 bool RouteChangeNotificationC::create()
 {
-    m_impl->event = WSACreateEvent();
-    return m_impl->event != WSA_INVALID_EVENT;
+    m_impl->event.reset(WSACreateEvent());
+    return static_cast<bool>(m_impl->event);
 }
 
 std::uint32_t RouteChangeNotificationC::request()
 {
     m_impl->overlapped = OVERLAPPED{};
-    m_impl->overlapped.hEvent = m_impl->event;
+    m_impl->overlapped.hEvent = m_impl->event.get();
     HANDLE notification = nullptr;
     const DWORD result = NotifyRouteChange(&notification, &m_impl->overlapped);
     m_impl->pending = result == ERROR_IO_PENDING;
@@ -39,12 +39,12 @@ std::uint32_t RouteChangeNotificationC::request()
 
 HandleValue RouteChangeNotificationC::event() const
 {
-    return m_impl->event;
+    return m_impl->event.get();
 }
 
 bool RouteChangeNotificationC::resetEvent()
 {
-    return WSAResetEvent(m_impl->event) != FALSE;
+    return WSAResetEvent(m_impl->event.get()) != FALSE;
 }
 
 }  // namespace platform
