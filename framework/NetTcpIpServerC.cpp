@@ -341,7 +341,7 @@ void NetTcpIpServerC::acceptNewConnection()
             std::lock_guard<std::mutex> sending(old.second->lock);
             platform::sendSocket(old.second->socket.get(), TOO_MANY_CLIENTS, std::strlen(TOO_MANY_CLIENTS) + 1);
             platform::shutdownSocket(old.second->socket.get());
-            old.second->socket.reset();
+            closeSocket(*old.second);
             old.second->dropped = true;
         }
         old.second->room.notify_all();

@@ -1,9 +1,10 @@
 #include "links/SerialPortC.h"
 
 #include <chrono>
+#include <condition_variable>
 #include <map>
-#include <memory>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "app/Log.h"
@@ -44,27 +45,56 @@ void appendToReply(void* context, const std::string& message)
 
 // Windows opens a COM port for one owner at a time, so transactions on one port take turns: a second one
 // (another client, or a command beside start-up) would otherwise fail to open it.
-std::timed_mutex& portTurn(const std::wstring& port)
-{
-    static std::mutex lock;
-    static std::map<std::wstring, std::unique_ptr<std::timed_mutex>> turns;
-    const std::lock_guard<std::mutex> guard(lock);
-    auto& turn = turns[port];
-    if (!turn) turn = std::make_unique<std::timed_mutex>();
-    return *turn;
-}
-
-// False when the port stayed busy past kPortTurnWait or the waiting work was cancelled.
-bool awaitTurn(std::unique_lock<std::timed_mutex>& turn)
-{
-    BSS::announceWait();
-    const auto start = std::chrono::steady_clock::now();
-    while (!turn.try_lock_for(kPortTurnSlice)) {
-        if (BSS::CancelTokenC::currentCancelled() || std::chrono::steady_clock::now() - start > kPortTurnWait)
-            return false;
+class PortTurnC {
+public:
+    explicit PortTurnC(std::wstring port) : m_port(std::move(port)) {}
+    ~PortTurnC()
+    {
+        if (!m_taken) return;
+        {
+            const std::lock_guard<std::mutex> guard(lock());
+            busy().erase(m_port);
+        }
+        given().notify_all();
     }
-    return true;
-}
+    PortTurnC(const PortTurnC&) = delete;
+    PortTurnC& operator=(const PortTurnC&) = delete;
+
+    // False when the port stayed busy past kPortTurnWait or the waiting work was cancelled.
+    bool take()
+    {
+        BSS::announceWait();
+        const auto deadline = std::chrono::steady_clock::now() + kPortTurnWait;
+        std::unique_lock<std::mutex> guard(lock());
+        while (busy().count(m_port) != 0) {
+            if (BSS::CancelTokenC::currentCancelled() || std::chrono::steady_clock::now() >= deadline) return false;
+            given().wait_for(guard, kPortTurnSlice);
+        }
+        busy().insert(m_port);
+        m_taken = true;
+        return true;
+    }
+
+private:
+    static std::mutex& lock()
+    {
+        static std::mutex turns;
+        return turns;
+    }
+    static std::condition_variable& given()
+    {
+        static std::condition_variable turnGiven;
+        return turnGiven;
+    }
+    static std::set<std::wstring>& busy()
+    {
+        static std::set<std::wstring> ports;
+        return ports;
+    }
+
+    const std::wstring m_port;
+    bool m_taken = false;
+};
 
 }  // namespace
 
@@ -325,8 +355,8 @@ bool comPortTransaction(const std::string& role, const std::string& terminator, 
         WriteLog("[ERROR]: No terminator to cut the reply of COM port %s at", portText.c_str());
         return false;
     }
-    std::unique_lock<std::timed_mutex> turn(portTurn(entry.port), std::defer_lock);
-    if (!awaitTurn(turn)) {
+    PortTurnC turn(entry.port);
+    if (!turn.take()) {
         WriteLog("[ERROR]: COM port %s stayed busy with another transaction", portText.c_str());
         return false;
     }
