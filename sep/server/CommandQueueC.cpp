@@ -1,6 +1,5 @@
 #include "sep/server/CommandQueueC.h"
 
-#include <algorithm>
 #include <chrono>
 #include <system_error>
 
@@ -36,22 +35,16 @@ bool CommandQueueC::start()
 bool CommandQueueC::push(const std::uint8_t* data, std::size_t length)
 {
     bool wake = false;
-    bool keepReading = true;
     {
         std::lock_guard<std::mutex> guard(m_lock);
         if (m_closed) return true;
         m_chunks.emplace_back(data, data + length);
-        m_waitingBytes += length;
         // A thread busy with a command takes the chunk when it is done: only a waiting one is woken.
         wake = m_idle;
-        if (m_readMore || m_waitingBytes >= kHoldBytes) {
-            m_holding = true;
-            keepReading = false;
-        }
     }
     // Outside the lock: the woken thread does not block on it at once. All: waitEnded() shares the condition.
     if (wake) m_changed.notify_all();
-    return keepReading;
+    return false;
 }
 
 bool CommandQueueC::closed()
@@ -65,7 +58,6 @@ void CommandQueueC::close()
     std::lock_guard<std::mutex> guard(m_lock);
     m_closed = true;
     m_chunks.clear();
-    m_waitingBytes = 0;
     m_changed.notify_all();
 }
 
@@ -94,7 +86,6 @@ void CommandQueueC::serve()
             bytes.insert(bytes.end(), m_chunks.front().begin(), m_chunks.front().end());
             m_chunks.pop_front();
         }
-        const std::size_t taken = bytes.size();
         guard.unlock();
         m_run(bytes);
         bytes.clear();
@@ -102,14 +93,8 @@ void CommandQueueC::serve()
             m_run(bytes);
             bytes.clear();
         }
+        if (!closed()) m_resume();
         guard.lock();
-        m_waitingBytes -= std::min(m_waitingBytes, taken);
-        if (m_holding && (m_readMore || m_waitingBytes < kHoldBytes / 2) && !m_closed) {
-            m_holding = false;
-            guard.unlock();
-            m_resume();
-            guard.lock();
-        }
     }
     guard.unlock();
     if (m_onEnded) m_onEnded();

@@ -1,8 +1,8 @@
 #pragma once
 // One connection's commands, run in the order they arrived on a thread of their own, away from the port's
 // I/O task: a slow command delays only the connection that sent it, and its replies keep the order of
-// its commands. The I/O task only appends what it received; when more than kHoldBytes wait, it is told
-// to hold the connection's reads until the queue has drained, so a client cannot grow it without end.
+// its commands. The I/O task holds the connection's reads after every chunk it hands over, until the
+// thread has run it, so a client cannot grow the queue.
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -19,7 +19,6 @@ namespace HalvernRpc {
 
 class CommandQueueC {
 public:
-    static constexpr std::size_t kHoldBytes = 64 * 1024;
     using RunFn = std::function<void(const std::vector<std::uint8_t>& bytes)>;
     using ResumeFn = std::function<void()>;
 
@@ -28,9 +27,8 @@ public:
     // `cancel` becomes the thread's cancel token (it must outlive the queue); `ended` runs on the thread as
     // its last work once the queue is closed.
     // `beforeWait` becomes the thread's before-wait hook (see CancelTokenC::setBeforeWait).
-    // `readMore`, when given, lets the thread read the connection itself while its client keeps sending:
-    // the I/O task holds the connection's reads after every chunk it hands over (push answers false), and
-    // the thread, once it has run what it got, asks `readMore` for the client's next bytes; when none come
+    // `readMore`, when given, lets the thread read the held connection itself while its client keeps
+    // sending: once it has run what it got, it asks `readMore` for the client's next bytes; when none come
     // in time it gives the reads back (`resume`) and waits. A busy client then costs one wake-up per
     // command instead of two (the I/O task's and this thread's).
     using EndedFn = std::function<void()>;
@@ -45,7 +43,8 @@ public:
 
     // False when the thread could not be started.
     bool start();
-    // From the I/O task: queues the chunk; false when the I/O task should hold this connection's reads.
+    // From the I/O task: queues the chunk; false (always, unless closed): the I/O task holds this
+    // connection's reads until `resume`.
     bool push(const std::uint8_t* data, std::size_t length);
     // Drops what waits; the command running now finishes (or is cancelled by its own bound), then the
     // thread ends.
@@ -67,8 +66,6 @@ private:
     std::mutex m_lock;
     std::condition_variable m_changed;
     std::deque<std::vector<std::uint8_t>> m_chunks;
-    std::size_t m_waitingBytes = 0;
-    bool m_holding = false;
     // The thread waits for chunks (guarded by m_lock).
     bool m_idle = false;
     bool m_closed = false;
