@@ -440,17 +440,21 @@ void NetTcpIpServerC::closeClientConnections()
     }
 }
 
+int NetTcpIpServerC::sendSome(ClientT& client, const std::uint8_t* data, std::size_t length)
+{
+    const int result = platform::sendSocket(client.socket.get(), data, length);
+    if (result >= 0) return result;
+    if (platform::lastError() == platform::kWsaEWouldBlock) return 0;
+    debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData: send failed (%s)\n", lastSocketError().c_str());
+    return -1;
+}
+
 bool NetTcpIpServerC::sendQueued(ClientT& client)
 {
     while (!client.output.empty()) {
         auto& front = client.output.front();
-        const int result =
-            platform::sendSocket(client.socket.get(), front.data() + client.sent, front.size() - client.sent);
-        if (result < 0) {
-            if (platform::lastError() == platform::kWsaEWouldBlock) return true;
-            debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData: send failed (%s)\n", lastSocketError().c_str());
-            return false;
-        }
+        const int result = sendSome(client, front.data() + client.sent, front.size() - client.sent);
+        if (result < 0) return false;
         if (result == 0) return true;
         client.moved = platform::tickCount64();
         client.sent += static_cast<std::size_t>(result);
@@ -476,15 +480,22 @@ bool NetTcpIpServerC::writeData(int connection, const std::uint8_t* data, std::s
         return false;
     }
     const bool wasEmpty = client->queued == 0;
+    if (wasEmpty) {
+        // Nothing queued before: the socket usually takes it all at once, straight from the caller's bytes;
+        // only what it leaves is queued for the I/O task.
+        const int sent = sendSome(*client, data, length);
+        if (sent < 0) {
+            dropClient(*client, "its socket failed");
+            return false;
+        }
+        data += sent;
+        length -= static_cast<std::size_t>(sent);
+        if (length == 0) return true;
+        client->moved = platform::tickCount64();
+    }
     client->output.emplace_back(data, data + length);
     client->queued += length;
-    if (wasEmpty) client->moved = platform::tickCount64();
-    // Nothing queued before: the socket usually has room, and one call here saves the task a pass.
-    if (wasEmpty && !sendQueued(*client)) {
-        dropClient(*client, "its socket failed");
-        return false;
-    }
-    if (client->queued > 0 && wasEmpty) wake();
+    if (wasEmpty) wake();
     return true;
 }
 
@@ -493,10 +504,13 @@ bool NetTcpIpServerC::waitForRoom(int connection)
     const ClientPtr client = find(connection);
     if (!client) return false;
     std::unique_lock<std::mutex> guard(client->lock);
+    const auto roomOrGone = [&] { return client->dropped || client->queued < m_config.outputQueueBytes; };
+    // Most replies find room: no clock is read for them.
+    if (roomOrGone()) return !client->dropped;
     // Real time: the I/O task drops the connection once its queue stood still for the write time-out,
     // which ends this wait as well.
     client->room.wait_for(guard, std::chrono::milliseconds(m_config.writeTimeoutMs) + std::chrono::milliseconds(100),
-                          [&] { return client->dropped || client->queued < m_config.outputQueueBytes; });
+                          roomOrGone);
     return !client->dropped;
 }
 

@@ -136,6 +136,9 @@ private:
     void receiveFrom(const ClientPtr& client);
     // Writes what the socket takes of the client's queue (client lock held); false when it failed.
     bool sendQueued(ClientT& client);
+    // One send to the client's socket (client lock held): the bytes it took, 0 when it is full, -1 when it
+    // failed (logged).
+    int sendSome(ClientT& client, const std::uint8_t* data, std::size_t length);
     // Closes the client's socket now, or leaves it to the thread reading it (client lock held).
     void closeSocket(ClientT& client);
     void refuse(platform::UniqueSocket socket, const char* text);

@@ -5,23 +5,29 @@
 
 namespace MAL::UTI {
 
+namespace {
+// Every load takes what the last store published: the bytes of a committed message, or the room a read
+// freed. Plain moves on x86; the reader or writer role may pass between threads under its lock.
+constexpr auto kTake = std::memory_order_acquire;
+constexpr auto kPublish = std::memory_order_release;
+}  // namespace
+
 RingBufferC::RingBufferC(std::size_t capacity) : m_storage(capacity < kLengthPrefix + 1 ? kLengthPrefix + 1 : capacity)
 {}
 
 std::size_t RingBufferC::usedBytes() const
 {
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    return static_cast<std::size_t>(m_write - m_read);
+    return static_cast<std::size_t>(m_write.load(kTake) - m_read.load(kTake));
 }
 
 bool RingBufferC::beginMessage()
 {
     if (m_inMessage) resetMessage();
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    if (m_storage.size() - (m_write - m_read) < kLengthPrefix) return false;
-    at(m_write) = 0;
-    at(m_write + 1) = 0;
-    m_write += kLengthPrefix;
+    const std::uint64_t write = m_write.load(kTake);
+    if (m_storage.size() - (write - m_read.load(kTake)) < kLengthPrefix) return false;
+    at(write) = 0;
+    at(write + 1) = 0;
+    m_write.store(write + kLengthPrefix, kPublish);
     m_inMessage = true;
     return true;
 }
@@ -29,42 +35,40 @@ bool RingBufferC::beginMessage()
 std::size_t RingBufferC::messageLength() const
 {
     if (!m_inMessage) return 0;
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    return static_cast<std::size_t>(m_write - m_committed - kLengthPrefix);
+    return static_cast<std::size_t>(m_write.load(kTake) - m_committed.load(kTake) - kLengthPrefix);
 }
 
 bool RingBufferC::write(const std::uint8_t* data, std::size_t length)
 {
     if (!m_inMessage) return false;
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    const std::size_t free = m_storage.size() - static_cast<std::size_t>(m_write - m_read);
-    const std::size_t current = static_cast<std::size_t>(m_write - m_committed - kLengthPrefix);
+    const std::uint64_t write = m_write.load(kTake);
+    const std::size_t free = m_storage.size() - static_cast<std::size_t>(write - m_read.load(kTake));
+    const std::size_t current = static_cast<std::size_t>(write - m_committed.load(kTake) - kLengthPrefix);
     if (length > free || current + length > kMaxMessageLength) return false;
-    copyIn(m_write, data, length);
-    m_write += length;
+    copyIn(write, data, length);
+    m_write.store(write + length, kPublish);
     return true;
 }
 
 std::uint8_t RingBufferC::byteAt(std::size_t offset) const
 {
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    return at(m_committed + kLengthPrefix + offset);
+    return at(m_committed.load(kTake) + kLengthPrefix + offset);
 }
 
 bool RingBufferC::copyFromMessage(std::size_t offset, std::uint8_t* out, std::size_t length) const
 {
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    if (!m_inMessage || m_committed + kLengthPrefix + offset + length > m_write) return false;
-    copyOut(m_committed + kLengthPrefix + offset, out, length);
+    const std::uint64_t begin = m_committed.load(kTake) + kLengthPrefix + offset;
+    if (!m_inMessage || begin + length > m_write.load(kTake)) return false;
+    copyOut(begin, out, length);
     return true;
 }
 
 bool RingBufferC::patch(std::size_t offset, std::uint8_t byte)
 {
     if (!m_inMessage) return false;
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    if (m_committed + kLengthPrefix + offset >= m_write) return false;
-    at(m_committed + kLengthPrefix + offset) = byte;
+    const std::uint64_t position = m_committed.load(kTake) + kLengthPrefix + offset;
+    if (position >= m_write.load(kTake)) return false;
+    at(position) = byte;
     return true;
 }
 
@@ -72,47 +76,46 @@ bool RingBufferC::commitMessage()
 {
     if (!m_inMessage) return false;
     m_inMessage = false;
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    const std::uint64_t length = m_write - m_committed - kLengthPrefix;
+    const std::uint64_t committed = m_committed.load(kTake);
+    const std::uint64_t write = m_write.load(kTake);
+    const std::uint64_t length = write - committed - kLengthPrefix;
     if (length < 1) {
-        m_write = m_committed;
+        m_write.store(committed, kPublish);
         return false;
     }
-    at(m_committed) = static_cast<std::uint8_t>(length & 0xFF);
-    at(m_committed + 1) = static_cast<std::uint8_t>(length >> 8);
-    m_committed = m_write;
+    at(committed) = static_cast<std::uint8_t>(length & 0xFF);
+    at(committed + 1) = static_cast<std::uint8_t>(length >> 8);
+    m_committed.store(write, kPublish);
     return true;
 }
 
 void RingBufferC::resetMessage()
 {
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    m_write = m_committed;
+    m_write.store(m_committed.load(kTake), kPublish);
     m_inMessage = false;
 }
 
 bool RingBufferC::hasMessage() const
 {
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    return m_read != m_committed;
+    return m_read.load(kTake) != m_committed.load(kTake);
 }
 
 bool RingBufferC::frontMessage(std::vector<std::uint8_t>& message) const
 {
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    if (m_read == m_committed) return false;
-    const std::size_t length = at(m_read) | (static_cast<std::size_t>(at(m_read + 1)) << 8);
+    const std::uint64_t read = m_read.load(kTake);
+    if (read == m_committed.load(kTake)) return false;
+    const std::size_t length = at(read) | (static_cast<std::size_t>(at(read + 1)) << 8);
     message.resize(length);
-    copyOut(m_read + kLengthPrefix, message.data(), length);
+    copyOut(read + kLengthPrefix, message.data(), length);
     return true;
 }
 
 void RingBufferC::popMessage()
 {
-    std::lock_guard<std::mutex> guard(m_positionLock);
-    if (m_read == m_committed) return;
-    const std::size_t length = at(m_read) | (static_cast<std::size_t>(at(m_read + 1)) << 8);
-    m_read += kLengthPrefix + length;
+    const std::uint64_t read = m_read.load(kTake);
+    if (read == m_committed.load(kTake)) return;
+    const std::size_t length = at(read) | (static_cast<std::size_t>(at(read + 1)) << 8);
+    m_read.store(read + kLengthPrefix + length, kPublish);
 }
 
 void RingBufferC::copyIn(std::uint64_t position, const std::uint8_t* data, std::size_t length)

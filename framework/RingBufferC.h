@@ -2,6 +2,9 @@
 // A ring buffer of whole messages. Each message is stored behind a 16-bit little-endian length that never
 // leaves the buffer. One writer builds a message between beginMessage() and commitMessage() while holding
 // the write lock; readers see only committed messages and take the read lock to consume them.
+// The writer alone moves the write and commit positions and the reader alone the read position, so they
+// meet only in the published positions: no lock per field that a coder writes.
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -28,8 +31,8 @@ public:
     // Length of the message being written.
     std::size_t messageLength() const;
     std::uint8_t byteAt(std::size_t offset) const;
-    // Copies `length` bytes of the message being written, from `offset`, into `out` (one lock for all of
-    // them: checksums read a whole message back); false when they are not all written.
+    // Copies `length` bytes of the message being written, from `offset`, into `out` (checksums read a
+    // whole message back); false when they are not all written.
     bool copyFromMessage(std::size_t offset, std::uint8_t* out, std::size_t length) const;
     bool patch(std::size_t offset, std::uint8_t byte);
     // Publishes the message; a message shorter than one byte is dropped. False when nothing was published.
@@ -52,7 +55,7 @@ private:
 
     std::uint8_t at(std::uint64_t position) const { return m_storage[position % m_storage.size()]; }
     std::uint8_t& at(std::uint64_t position) { return m_storage[position % m_storage.size()]; }
-    // At most two block copies across the end of the storage (position lock held).
+    // At most two block copies across the end of the storage.
     void copyIn(std::uint64_t position, const std::uint8_t* data, std::size_t length);
     void copyOut(std::uint64_t position, std::uint8_t* out, std::size_t length) const;
 
@@ -60,10 +63,11 @@ private:
     std::mutex m_writeLock;
     std::mutex m_readLock;
     // Positions count bytes since the start and wrap only through the modulo: read <= committed <= write.
-    mutable std::mutex m_positionLock;
-    std::uint64_t m_read = 0;
-    std::uint64_t m_committed = 0;
-    std::uint64_t m_write = 0;
+    // The writer releases the bytes of a message with the commit position, the reader the room it freed
+    // with the read position; the write position is the writer's own (atomic for usedBytes() only).
+    std::atomic<std::uint64_t> m_read{0};
+    std::atomic<std::uint64_t> m_committed{0};
+    std::atomic<std::uint64_t> m_write{0};
     bool m_inMessage = false;
 };
 

@@ -5,17 +5,16 @@ namespace MAL::UTI {
 void SerialFramerC::frame(const std::uint8_t* message, std::size_t length, std::vector<std::uint8_t>& out)
 {
     out.reserve(out.size() + length + 2);
+    std::size_t plain = 0;
     for (std::size_t i = 0; i < length; ++i) {
-        if (message[i] == CR) {
-            out.push_back(ESCAPE);
-            out.push_back(ESCAPED_CR);
-        } else if (message[i] == ESCAPE) {
-            out.push_back(ESCAPE);
-            out.push_back(ESCAPE);
-        } else {
-            out.push_back(message[i]);
-        }
+        if (message[i] != CR && message[i] != ESCAPE) continue;
+        // The plain bytes before it go in one piece.
+        out.insert(out.end(), message + plain, message + i);
+        out.push_back(ESCAPE);
+        out.push_back(message[i] == CR ? ESCAPED_CR : ESCAPE);
+        plain = i + 1;
     }
+    out.insert(out.end(), message + plain, message + length);
     out.push_back(CR);
     out.push_back(LF);
 }
@@ -23,7 +22,8 @@ void SerialFramerC::frame(const std::uint8_t* message, std::size_t length, std::
 bool SerialFramerC::takeFramed(RingBufferC& sendBuffer, std::vector<std::uint8_t>& out)
 {
     RingBufferReadLockC lock(sendBuffer);
-    std::vector<std::uint8_t> message;
+    // Kept by the thread: a reply does not allocate its copy again.
+    thread_local std::vector<std::uint8_t> message;
     if (!sendBuffer.frontMessage(message)) return false;
     frame(message.data(), message.size(), out);
     sendBuffer.popMessage();

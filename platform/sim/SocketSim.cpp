@@ -260,7 +260,9 @@ int selectSockets(std::vector<SocketPollT>* read, std::vector<SocketPollT>* writ
         setLastError(kWsaEInvalid);
         return -1;
     }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    // Only a wait for writability can need it (below): a busy reader does not read the clock on every pass.
+    const auto deadline = write != nullptr ? std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs)
+                                           : std::chrono::steady_clock::time_point();
     timeval timeout{static_cast<time_t>(timeoutMs / 1000), static_cast<suseconds_t>((timeoutMs % 1000) * 1000)};
     int ready = ::select(highest + 1, &readSet, &writeSet, &exceptSet, &timeout);
     if (ready < 0) {
