@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/sim/UniqueFd.h"
+
 namespace platform::sim {
 
 struct SimUsbDeviceT {
@@ -31,6 +33,27 @@ std::string usbBusPath(const std::string& root);
 std::string usbNotifyFolder(const std::string& root);
 constexpr const char* kUsbArrivalWord = "arrival";
 constexpr const char* kUsbRemovalWord = "removal";
+// One endpoint in the notification folder, its socket and its name there: the name goes with its owner, so that
+// the folder holds only the endpoints that still listen.
+class UsbNotifyEndpointC {
+public:
+    enum class BindE { Bound, NoFolder, NoSocket };
+
+    UsbNotifyEndpointC() = default;
+    ~UsbNotifyEndpointC();
+    UsbNotifyEndpointC(const UsbNotifyEndpointC&) = delete;
+    UsbNotifyEndpointC& operator=(const UsbNotifyEndpointC&) = delete;
+
+    // Binds `name` in root's notification folder, taking the place of a stale endpoint of that name. NoFolder when
+    // there is no sim root, the folder cannot be made or the path is too long for a socket; NoSocket, with errno
+    // set, when the socket cannot be made or bound. Either way the endpoint holds nothing.
+    BindE bind(const std::string& root, const std::string& name);
+    int socket() const { return m_socket.get(); }
+
+private:
+    UniqueFd m_socket;
+    std::string m_path;
+};
 // Tells every registered window that a USB device came or went; an endpoint whose process has gone is
 // removed. Answers how many windows were told. Never waits for a window's process.
 int notifyUsbDeviceChange(const std::string& root, bool arrival);

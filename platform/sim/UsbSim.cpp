@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include "platform/Text.h"
 #include "platform/Usb.h"
@@ -30,6 +31,48 @@ std::string usbNotifyFolder(const std::string& root)
     return root + "/sim/usb/notify";
 }
 
+namespace {
+
+// False when the path does not fit a socket address.
+bool endpointAddress(const std::string& path, sockaddr_un& address)
+{
+    address = sockaddr_un{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) return false;
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    return true;
+}
+
+}  // namespace
+
+UsbNotifyEndpointC::~UsbNotifyEndpointC()
+{
+    if (!m_path.empty()) ::unlink(m_path.c_str());
+}
+
+UsbNotifyEndpointC::BindE UsbNotifyEndpointC::bind(const std::string& root, const std::string& name)
+{
+    if (!m_path.empty()) ::unlink(m_path.c_str());
+    m_path.clear();
+    m_socket.reset();
+    const std::string folder = usbNotifyFolder(root);
+    const std::string path = folder + "/" + name;
+    sockaddr_un address;
+    if (root.empty() || !endpointAddress(path, address) || !makeDirectories(folder)) return BindE::NoFolder;
+    ::unlink(path.c_str());
+    UniqueFd fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!fd || ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        // The caller reads why; closing the socket must not change that.
+        const int error = errno;
+        fd.reset();
+        errno = error;
+        return BindE::NoSocket;
+    }
+    m_socket = std::move(fd);
+    m_path = path;
+    return BindE::Bound;
+}
+
 int notifyUsbDeviceChange(const std::string& root, bool arrival)
 {
     const std::string word = arrival ? kUsbArrivalWord : kUsbRemovalWord;
@@ -37,10 +80,8 @@ int notifyUsbDeviceChange(const std::string& root, bool arrival)
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator(usbNotifyFolder(root), error)) {
         const std::string path = entry.path().string();
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        if (path.size() >= sizeof address.sun_path) continue;
-        std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+        sockaddr_un address;
+        if (!endpointAddress(path, address)) continue;
         const UniqueFd fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         if (!fd) break;
         const ssize_t sent = ::sendto(fd.get(), word.data(), word.size(), MSG_DONTWAIT,

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -356,21 +355,15 @@ public:
             return nullptr;
         }
         static std::atomic<unsigned> s_sequence{0};
-        const std::string root = sim::root();
-        const std::string folder = sim::usbNotifyFolder(root);
-        const std::string path = folder + "/" + std::to_string(::getpid()) + "." + std::to_string(++s_sequence);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        if (root.empty() || path.size() >= sizeof address.sun_path || !sim::makeDirectories(folder)) {
+        auto endpoint = std::unique_ptr<UsbNotificationEndpointC>(new UsbNotificationEndpointC(window));
+        const auto bound =
+            endpoint->m_endpoint.bind(sim::root(), std::to_string(::getpid()) + "." + std::to_string(++s_sequence));
+        if (bound == sim::UsbNotifyEndpointC::BindE::NoFolder) {
             setLastError(kErrorPathNotFound);
             return nullptr;
         }
-        std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-        ::unlink(path.c_str());
-        auto endpoint = std::unique_ptr<UsbNotificationEndpointC>(new UsbNotificationEndpointC(window, path));
-        endpoint->m_socket.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        if (!endpoint->m_socket || !sim::makePipe(endpoint->m_wakeRead, endpoint->m_wakeWrite) ||
-            ::bind(endpoint->m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        if (bound != sim::UsbNotifyEndpointC::BindE::Bound ||
+            !sim::makePipe(endpoint->m_wakeRead, endpoint->m_wakeWrite)) {
             setLastError(kErrorAccessDenied);
             return nullptr;
         }
@@ -386,24 +379,23 @@ public:
             }
             m_thread.join();
         }
-        ::unlink(m_path.c_str());
     }
     UsbNotificationEndpointC(const UsbNotificationEndpointC&) = delete;
     UsbNotificationEndpointC& operator=(const UsbNotificationEndpointC&) = delete;
 
 private:
-    UsbNotificationEndpointC(WindowHandle window, std::string path) : m_window(window), m_path(std::move(path)) {}
+    explicit UsbNotificationEndpointC(WindowHandle window) : m_window(window) {}
 
     void receive()
     {
         for (;;) {
-            pollfd fds[2] = {{m_socket.get(), POLLIN, 0}, {m_wakeRead.get(), POLLIN, 0}};
+            pollfd fds[2] = {{m_endpoint.socket(), POLLIN, 0}, {m_wakeRead.get(), POLLIN, 0}};
             const int ready = ::poll(fds, 2, kReceiveSliceMs);
             if (ready < 0 && errno != EINTR) return;
             if (ready <= 0) continue;
             if (fds[1].revents != 0) return;
             char word[16] = {};
-            const ssize_t got = ::recv(m_socket.get(), word, sizeof word - 1, 0);
+            const ssize_t got = ::recv(m_endpoint.socket(), word, sizeof word - 1, 0);
             if (got <= 0) continue;
             if (std::strcmp(word, sim::kUsbArrivalWord) == 0)
                 postMessage(m_window, wm::DeviceChange, kDbtDeviceArrival, 0);
@@ -413,8 +405,7 @@ private:
     }
 
     WindowHandle m_window;
-    std::string m_path;
-    sim::UniqueFd m_socket;
+    sim::UsbNotifyEndpointC m_endpoint;
     sim::UniqueFd m_wakeRead;
     sim::UniqueFd m_wakeWrite;
     std::thread m_thread;

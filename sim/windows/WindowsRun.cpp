@@ -3,7 +3,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,7 +19,6 @@
 
 #include "platform/sim/SimRoot.h"
 #include "platform/sim/SimUsbBus.h"
-#include "platform/sim/UniqueFd.h"
 #include "sim/SimRootLayout.h"
 #include "sim/standin/StandInInstall.h"
 #include "sim/windows/RelayWire.h"
@@ -130,26 +128,18 @@ class UsbChangeRelayC {
 public:
     explicit UsbChangeRelayC(const std::string& root) : m_root(root)
     {
-        const std::string folder = platform::sim::usbNotifyFolder(root);
-        m_path = folder + "/wine-relay";
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        if (m_path.size() >= sizeof address.sun_path || !platform::sim::makeDirectories(folder)) return;
-        std::memcpy(address.sun_path, m_path.c_str(), m_path.size() + 1);
-        ::unlink(m_path.c_str());
-        m_socket.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        if (!m_socket || ::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        using BindE = platform::sim::UsbNotifyEndpointC::BindE;
+        const BindE bound = m_endpoint.bind(root, "wine-relay");
+        if (bound == BindE::NoSocket)
             std::fprintf(stderr, "halvern-sim: USB device changes cannot reach Halvern.exe (%s)\n",
                          std::strerror(errno));
-            return;
-        }
+        if (bound != BindE::Bound) return;
         m_thread = std::thread([this] { relay(); });
     }
     ~UsbChangeRelayC()
     {
         m_stop = true;
         if (m_thread.joinable()) m_thread.join();
-        ::unlink(m_path.c_str());
     }
     UsbChangeRelayC(const UsbChangeRelayC&) = delete;
     UsbChangeRelayC& operator=(const UsbChangeRelayC&) = delete;
@@ -158,10 +148,10 @@ private:
     void relay()
     {
         while (!m_stop) {
-            pollfd readable{m_socket.get(), POLLIN, 0};
+            pollfd readable{m_endpoint.socket(), POLLIN, 0};
             if (::poll(&readable, 1, kSliceMs) <= 0) continue;
             char word[16] = {};
-            if (::recv(m_socket.get(), word, sizeof word - 1, 0) <= 0) continue;
+            if (::recv(m_endpoint.socket(), word, sizeof word - 1, 0) <= 0) continue;
             if (std::strcmp(word, platform::sim::kUsbArrivalWord) != 0 &&
                 std::strcmp(word, platform::sim::kUsbRemovalWord) != 0)
                 continue;
@@ -176,8 +166,7 @@ private:
     }
 
     std::string m_root;
-    std::string m_path;
-    platform::sim::UniqueFd m_socket;
+    platform::sim::UsbNotifyEndpointC m_endpoint;
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };
