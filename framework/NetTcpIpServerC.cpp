@@ -1,9 +1,11 @@
 #include "framework/NetTcpIpServerC.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <exception>
 #include <system_error>
+#include <thread>
 
 #include "framework/DebugLog.h"
 #include "platform/Clock.h"
@@ -13,6 +15,7 @@ namespace BSS::NET {
 namespace {
 
 constexpr int kListenBacklog = 2 * NetTcpIpServerCfgT::HARD_CLIENT_LIMIT;
+constexpr int kSelectRetryMs = 10;
 
 std::string lastSocketError()
 {
@@ -225,13 +228,39 @@ void NetTcpIpServerC::onePass()
     std::vector<platform::SocketPollT> writable;
     for (const auto& client : writers)
         writable.push_back({client->socket.get(), false});
+    // An exception condition (urgent data, which no SEP client sends) stays set until it is read: the
+    // connection is closed rather than seen again on every pass. Readers first, then writers.
+    std::vector<platform::SocketPollT> exceptional;
+    for (const auto& client : readers)
+        exceptional.push_back({client->socket.get(), false});
+    for (const auto& client : writers)
+        exceptional.push_back({client->socket.get(), false});
     // Only a write time-out is waited for on the installed clock (a test's virtual clock runs it out at
     // once); the idle wait is real time and leaves that clock alone.
     const std::uint64_t realWait =
         writers.empty() ? waitMs : static_cast<std::uint64_t>(platform::clock().idleWait(waitMs).count());
-    const int ready = platform::selectSockets(&readable, writable.empty() ? nullptr : &writable, nullptr,
+    const int ready = platform::selectSockets(&readable, writable.empty() ? nullptr : &writable,
+                                              exceptional.empty() ? nullptr : &exceptional,
                                               static_cast<std::uint32_t>(realWait));
-    if (ready <= 0) return;
+    if (ready < 0) {
+        // A socket of the set that select refuses would fail every pass: the line is limited and the
+        // next pass waits a little, so that the task neither floods the log nor spins.
+        if (m_selectFailures.allow())
+            debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData: select returned an error, %s = %s\n", "error",
+                     lastSocketError().c_str());
+        std::this_thread::sleep_for(std::chrono::milliseconds(kSelectRetryMs));
+        return;
+    }
+    if (ready == 0) return;
+    for (std::size_t i = 0; i < exceptional.size(); ++i) {
+        if (!exceptional[i].ready) continue;
+        const ClientPtr& client = i < readers.size() ? readers[i] : writers[i - readers.size()];
+        if (i < readers.size())
+            debugLog(kDebugLevelDetail, "acceptOrReceive: exception on connection %d !\n", client->id);
+        else
+            debugLog(kDebugLevelDetail, "NetTcpIpServerC::writeData: select returns with except FDS set!\n");
+        closeClient(client->id);
+    }
 
     if (readable[1].ready) {
         // Drained before the flag is cleared: a wake-up after this sends a byte the next select sees, and
@@ -242,12 +271,12 @@ void NetTcpIpServerC::onePass()
         m_wakePending = false;
     }
     for (std::size_t i = 0; i < writers.size(); ++i) {
-        if (!writable[i].ready) continue;
+        if (!writable[i].ready || exceptional[readers.size() + i].ready) continue;
         std::lock_guard<std::mutex> guard(writers[i]->lock);
         if (!writers[i]->dropped && !sendQueued(*writers[i])) dropClient(*writers[i], "its socket failed");
     }
     for (std::size_t i = 0; i < readers.size(); ++i)
-        if (readable[i + 2].ready) receiveFrom(readers[i]);
+        if (readable[i + 2].ready && !exceptional[i].ready) receiveFrom(readers[i]);
     if (readable[0].ready) acceptNewConnection();
 }
 
@@ -427,6 +456,7 @@ void NetTcpIpServerC::closeClientConnections()
         clients.swap(m_clients);
     }
     for (auto& entry : clients) {
+        debugLog(kDebugLevelDetail, "acceptOrReceive: connection closed by closeClientConnections %d !\n", entry.first);
         {
             std::lock_guard<std::mutex> guard(entry.second->lock);
             entry.second->dropped = true;

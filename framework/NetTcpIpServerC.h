@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "framework/DebugLog.h"
 #include "framework/TcpIpServerStateMachineC.h"
 #include "platform/Socket.h"
 
@@ -159,6 +160,8 @@ private:
     platform::UniqueSocket m_wakeSend;
     platform::UniqueSocket m_wakeReceive;
     std::atomic<bool> m_wakePending{false};
+    // Lines about a select of the I/O task that failed.
+    LogLimiterC m_selectFailures;
     mutable std::mutex m_tableLock;
     std::map<int, ClientPtr> m_clients;
     // Connections are numbered in accept order; a number is never reused, so that a late reply for a

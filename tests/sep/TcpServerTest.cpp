@@ -384,7 +384,15 @@ TEST_F(TcpServerTest, EventsReachEveryClientAndStopClosesThem)
     EXPECT_TRUE(server->stop());
     drainUntilClosed(*first);
     drainUntilClosed(*second);
-    EXPECT_TRUE(containsInOrder(logMessages(), {"stop", "Stopping", "onStop", "cleanup"}));
+    const auto messages = logMessages();
+    EXPECT_TRUE(containsInOrder(messages, {"stop", "Stopping", "onStop", "cleanup"}));
+    EXPECT_EQ(std::count_if(messages.begin(), messages.end(),
+                            [](const std::string& line) {
+                                return line.rfind("acceptOrReceive: connection closed by closeClientConnections ", 0) ==
+                                       0;
+                            }),
+              2)
+        << "one line for each connection the stop closed";
 }
 
 }  // namespace
