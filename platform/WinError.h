@@ -15,6 +15,7 @@ constexpr std::uint32_t kErrorFileExists = 80;
 constexpr std::uint32_t kErrorInvalidParameter = 87;
 constexpr std::uint32_t kErrorBrokenPipe = 109;
 constexpr std::uint32_t kErrorBufferOverflow = 111;
+constexpr std::uint32_t kErrorBusy = 170;
 constexpr std::uint32_t kErrorInsufficientBuffer = 122;
 constexpr std::uint32_t kErrorClassAlreadyExists = 1410;
 constexpr std::uint32_t kErrorAlreadyExists = 183;

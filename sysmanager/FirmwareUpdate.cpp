@@ -14,6 +14,7 @@
 #include "platform/Text.h"
 #include "platform/WinError.h"
 #include "sysmanager/ChildProcessesC.h"
+#include "sysmanager/ExclusiveTurn.h"
 #include "sysmanager/FirmwareUpdateC.h"
 #include "sysmanager/WlanModulePower.h"
 
@@ -133,6 +134,8 @@ bool FirmwareUpdateC::startUpdater(const std::wstring& imagePath, bool force, bo
 {
     shutdownRequired = false;
     const char* const tag = "SysManagerC::startUpdater";
+    const auto turn = halvern::takeExclusiveTurn(m_startLock, tag, "The start of a firmware update");
+    if (!turn) return false;
     // Counted as StringCchLength counts, with at most 1024 characters.
     const std::size_t length = imagePath.find(L'\0') == std::wstring::npos ? imagePath.size() : imagePath.find(L'\0');
     if (length >= kImagePathCountMax) {

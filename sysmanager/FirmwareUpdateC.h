@@ -53,7 +53,8 @@ public:
     // Looks for the production drive's image for about eleven seconds: the drive may still be mounting.
     bool isAutoUpdateFileAvailable();
     // A client's request: the image goes to the internal copy first, which survives the updater's reboots.
-    // With `shutdownRequired` the caller ends Halvern so that the updater can replace its files.
+    // With `shutdownRequired` the caller ends Halvern so that the updater can replace its files. Refused
+    // (false, last error ERROR_BUSY) while another client's request is being started.
     bool startUpdater(const std::wstring& imagePath, bool force, bool& shutdownRequired);
     // Starts the updater in the user's session once the power and the WLAN module allow it, and waits up to
     // 15 s for it to end or to ask for Halvern's end (`shutdownRequired`). True when it was started and
@@ -75,4 +76,7 @@ private:
     mutable std::mutex m_lock;
     std::array<std::uint8_t, kFwUpdateStateBytes> m_fwUpdateState{};
     bool m_fwUpdateStateValid = false;
+    // One client's request at a time: a second one would copy its image over the one the first updater
+    // is being given.
+    std::mutex m_startLock;
 };

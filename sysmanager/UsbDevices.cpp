@@ -11,6 +11,7 @@
 #include "platform/Text.h"
 #include "platform/WinError.h"
 #include "platform/WriteFilterOverlay.h"
+#include "sysmanager/ExclusiveTurn.h"
 #include "sysmanager/MainWindowSourceI.h"
 #include "sysmanager/UsbDevicesC.h"
 #include "sysmanager/WriteFilterC.h"
@@ -110,6 +111,8 @@ bool UsbDevicesC::RecycleUsbPort(std::uint16_t portId)
 bool UsbDevicesC::FormatUsbDevice()
 {
     const char* tag = "SysManagerC::FormatUsbDevice";
+    const auto turn = halvern::takeExclusiveTurn(m_formatLock, tag, "A format of the USB stick");
+    if (!turn) return false;
     std::wstring label;
     if (!platform::getVolumeLabel(kUsbStickDrive, label)) {
         WriteLog("[%s] [ERROR]: No USB stick attached, ERROR(%d)", tag, lastErrorNumber());

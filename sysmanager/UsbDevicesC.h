@@ -31,7 +31,8 @@ public:
     bool RecycleUsbPort(std::uint16_t portId);
     // Runs "C:\Windows\System32\format.com" on F: (quick, no prompts) with the stick's own file system (FAT32
     // when it cannot be read) and label, and waits up to kFormatWaitMs for it. False (logged) without a stick, or when
-    // the tool cannot start, fails or does not end in time.
+    // the tool cannot start, fails or does not end in time; also while another format runs (last error
+    // ERROR_BUSY): two tools on one drive would wipe each other's work.
     static constexpr std::uint32_t kFormatWaitMs = 300000;
     bool FormatUsbDevice();
     // False (logged) when the overlay's figures cannot be read; both are 0 then.
@@ -50,6 +51,7 @@ private:
     mutable std::mutex m_usbLock;
     std::vector<platform::UsbDeviceT> m_usbDevices;
     std::set<std::uint32_t> m_recycledUsbPorts;
+    std::mutex m_formatLock;
     // Last member: it goes first, so the watch's thread has ended before anything else of the component goes.
     std::unique_ptr<OverlayWatchC> m_overlayWatch;
 };

@@ -1,6 +1,7 @@
 // Commands of the firmware update: starting it, and what the installed firmware and an image hold.
 #include "app/Log.h"
 #include "platform/Text.h"
+#include "platform/WinError.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sep/HalvernSepRecords.h"
@@ -21,7 +22,10 @@ void handleStartUpdate(SEP::ReceivedCommandC& command)
     SysManagerC* manager = SysManagerC::Instance();
     bool shutdownRequired = false;
     if (!manager->startUpdater(platform::widen(request.path), request.force, shutdownRequired)) {
-        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, "Failed to start Firmware Upgrader");
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL,
+                                  platform::lastError() == platform::kErrorBusy
+                                      ? "Failed to start Firmware Upgrader, an update is already being started"
+                                      : "Failed to start Firmware Upgrader");
         return;
     }
     // The client hears the answer before the close sequence takes the connection away.

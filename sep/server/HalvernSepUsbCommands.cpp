@@ -5,8 +5,10 @@
 //     b = product id, c = a mass-storage device (a stick or a disk), d = its port on its hub (the port that
 //     USB_DEV_RESET takes).
 //   USB_DEV_RESET (1039) restarts the device on a port, as unplugging and plugging it would.
-//   1058 quick-formats the USB stick F: under its own label; no stick attached is a failure.
+//   1058 quick-formats the USB stick F: under its own label; no stick attached is a failure, and so is a
+//     second format while one runs (said in the reply).
 #include "app/Log.h"
+#include "platform/WinError.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sep/HalvernSepRecords.h"
@@ -58,7 +60,10 @@ void handleUsbDeviceReset(SEP::ReceivedCommandC& command)
 void handleFormatUsbDevice(SEP::ReceivedCommandC& command)
 {
     if (!SysManagerC::Instance()->FormatUsbDevice()) {
-        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, "failed to run format usb device");
+        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL,
+                                  platform::lastError() == platform::kErrorBusy
+                                      ? "failed to run format usb device, a format is already running"
+                                      : "failed to run format usb device");
         return;
     }
     HalvernSepImpl::SendSuccess(command, nullptr);

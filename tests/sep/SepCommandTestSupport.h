@@ -28,6 +28,28 @@ struct CommandReplyT {
     SEP::DecodedFrameT frame;
 };
 
+// A command frame for `id` with `fields`, as a client library writes it.
+inline std::vector<std::uint8_t> commandFrame(std::uint16_t id, const std::function<bool(SEP::DataWriterI&)>& fields = {},
+                                              SEP::CodingE coding = SEP::CodingE::Binary)
+{
+    return SEP::encodeFrame(coding, id, SEP::MESSAGE_KIND_COMMAND, {}, {}, fields);
+}
+
+// The next frame `client` reads, as the reply to command `id`; `received` stays false when none came.
+inline CommandReplyT readReply(SEP::SepClientC& client, std::uint16_t id, std::uint32_t waitMs = 10000)
+{
+    CommandReplyT reply;
+    std::vector<std::uint8_t> bytes;
+    if (!client.receiveFrame(bytes, waitMs) || !SEP::decodeFrame(bytes, reply.frame)) return reply;
+    auto& coder = *reply.frame.coder;
+    if (reply.frame.kind != SEP::MESSAGE_KIND_REPLY || reply.frame.messageId != id || !coder.readI32(reply.returnCode) ||
+        !coder.readI32(reply.facility) || !coder.readU16(reply.level))
+        return reply;
+    if (reply.returnCode != HalvernRpc::kReturnCodeSuccess && !coder.readString(reply.errorText)) return reply;
+    reply.received = true;
+    return reply;
+}
+
 class SepCommandPort {
 public:
     SepCommandPort()
@@ -44,23 +66,14 @@ public:
     CommandReplyT ask(std::uint16_t id, const std::function<bool(SEP::DataWriterI&)>& fields = {},
                       SEP::CodingE coding = SEP::CodingE::Binary, std::uint32_t waitMs = 10000)
     {
-        return askWire(id, SEP::encodeFrame(coding, id, SEP::MESSAGE_KIND_COMMAND, {}, {}, fields), waitMs);
+        return askWire(id, commandFrame(id, fields, coding), waitMs);
     }
 
     // Sends `wire` as it is (a command frame for `id`) and reads the reply.
     CommandReplyT askWire(std::uint16_t id, const std::vector<std::uint8_t>& wire, std::uint32_t waitMs = 10000)
     {
-        CommandReplyT reply;
-        if (!m_client.sendBytes(wire)) return reply;
-        std::vector<std::uint8_t> bytes;
-        if (!m_client.receiveFrame(bytes, waitMs) || !SEP::decodeFrame(bytes, reply.frame)) return reply;
-        auto& coder = *reply.frame.coder;
-        if (reply.frame.kind != SEP::MESSAGE_KIND_REPLY || reply.frame.messageId != id ||
-            !coder.readI32(reply.returnCode) || !coder.readI32(reply.facility) || !coder.readU16(reply.level))
-            return reply;
-        if (reply.returnCode != HalvernRpc::kReturnCodeSuccess && !coder.readString(reply.errorText)) return reply;
-        reply.received = true;
-        return reply;
+        if (!m_client.sendBytes(wire)) return {};
+        return readReply(m_client, id, waitMs);
     }
 
     // The same with the fields of `record`, as the command's own record class encodes them.

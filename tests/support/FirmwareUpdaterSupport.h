@@ -51,8 +51,9 @@ inline void firmwareUpdaterBehaves(const std::string& settings)
     std::ofstream(simFile("apps/firmware-updater"), std::ios::trunc) << settings;
 }
 
-// Ends the last updater started when it is still running: nothing a test starts outlives it.
-inline void endFirmwareUpdater()
+// Ends the last updater started when it is still running: nothing a test starts outlives it. Without
+// `reap` its exit is left to whoever waits for the updater (Halvern's process wait sees it at once).
+inline void endFirmwareUpdater(bool reap = true)
 {
     std::ifstream in(simFile("apps/firmware-updater.pid"));
     pid_t pid = 0;
@@ -61,7 +62,7 @@ inline void endFirmwareUpdater()
     const std::string text((std::istreambuf_iterator<char>(commandLine)), std::istreambuf_iterator<char>());
     if (text.find("firmware-updater") == std::string::npos) return;
     ::kill(pid, SIGKILL);
-    ::waitpid(pid, nullptr, 0);
+    if (reap) ::waitpid(pid, nullptr, 0);
 }
 
 }  // namespace halvern::test

@@ -13,6 +13,9 @@
 #include "sim/ControlCommands.h"
 #include "sim/WindowsControlCommands.h"
 #include "sim/standin/StandInInstall.h"
+#include "support/Eventually.h"
+#include "support/FirmwareUpdaterSupport.h"
+#include "support/ScriptProgram.h"
 
 namespace halvern::test {
 namespace {
@@ -107,6 +110,33 @@ TEST_F(UsbCommandsTest, TheFormatNeedsAStickAndAWorkingTool)
     std::ofstream(platform::sim::root() + "/sim/apps/format") << "exit-code=4\n";
     reply = port->ask(1058);
     EXPECT_EQ(reply.errorText, "General failure ( failed to run format usb device)");
+}
+
+TEST_F(UsbCommandsTest, AFormatAskedWhileAnotherClientsFormatRunsIsRefusedAndTheFirstOneEnds)
+{
+    sim("usb plug WIM");
+    // A format tool that notes each run and works until the test lets it finish (10 s at most).
+    const std::string release = simFile("format-release");
+    installScriptProgram("C:\\Windows\\System32\\format.com",
+                         "echo run >> '" + simFile("format-runs") + "'\n" +
+                             "for i in $(seq 1000); do [ -e '" + release + "' ] && exit 0; sleep 0.01; done\nexit 1");
+    ASSERT_TRUE(port->client().sendBytes(commandFrame(1058)));
+    ASSERT_TRUE(eventually([] { return simLines("format-runs").size() == 1; }));
+
+    SEP::SepClientC second;
+    ASSERT_TRUE(second.connect("127.0.0.1", port->server().port()));
+    ASSERT_TRUE(second.sendBytes(commandFrame(1058)));
+    const CommandReplyT refused = readReply(second, 1058, 3000);
+    EXPECT_TRUE(refused.received) << "the second format waited for the first";
+    EXPECT_EQ(refused.errorText, "General failure ( failed to run format usb device, a format is already running)");
+    EXPECT_EQ(simLines("format-runs").size(), 1u) << "two format tools ran on one stick";
+
+    std::ofstream{release};
+    const CommandReplyT formatted = readReply(port->client(), 1058);
+    EXPECT_EQ(formatted.returnCode, HalvernRpc::kReturnCodeSuccess);
+    EXPECT_NE(findMessage(logMessages(),
+                          "[SysManagerC::FormatUsbDevice] [ERROR]: A format of the USB stick is already in progress"),
+              -1);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <thread>
 
 #include "app/StartUpSteps.h"
@@ -16,6 +17,7 @@
 #include "spb/SpbApi.h"
 #include "spb/SpbDevices.h"
 #include "support/EfiInstrumentTest.h"
+#include "support/Eventually.h"
 #include "support/FirmwareUpdaterSupport.h"
 
 namespace halvern::test {
@@ -231,6 +233,39 @@ TEST_F(FirmwareUpdateTest, TheUpdateCommandAnswersAndALowBatteryIsAnError)
     ASSERT_TRUE(reply.received);
     EXPECT_EQ(reply.errorText, "General failure ( Failed to start Firmware Upgrader)");
     EXPECT_THAT(logMessages(), Contains("Start update request in legacy mode, force: 1, path: D:\\new.fw"));
+}
+
+TEST_F(FirmwareUpdateTest, AnUpdateAskedWhileAnotherClientsUpdateStartsIsRefusedAndTheFirstImageStays)
+{
+    const auto request = [](const char* path) {
+        return [path](SEP::DataWriterI& w) { return w.writeBool(false) && w.writeString(path); };
+    };
+    ASSERT_TRUE(writeWholeFile("D:\\first.fw", "image 4.1"));
+    ASSERT_TRUE(writeWholeFile("D:\\second.fw", "image 3.9"));
+    // The first updater works until the test ends it: its start is under way when the second request comes.
+    firmwareUpdaterBehaves("exit-after-ms=5000\n");
+    const auto updatersStarted = [] {
+        const auto lines = simLines("apps/log");
+        return std::count(lines.begin(), lines.end(), "firmware-updater started");
+    };
+    ASSERT_TRUE(port->client().sendBytes(commandFrame(1035, request("D:\\first.fw"))));
+    ASSERT_TRUE(eventually([&] { return updatersStarted() == 1; }));
+
+    SEP::SepClientC second;
+    ASSERT_TRUE(second.connect("127.0.0.1", port->server().port()));
+    ASSERT_TRUE(second.sendBytes(commandFrame(1011, request("D:\\second.fw"))));
+    const CommandReplyT refused = readReply(second, 1011, 20000);
+    EXPECT_TRUE(refused.received);
+    EXPECT_EQ(refused.errorText,
+              "General failure ( Failed to start Firmware Upgrader, an update is already being started)");
+    EXPECT_EQ(readWholeFile("C:\\vexarBatches\\Unprotected\\Zentor.fw"), "image 4.1")
+        << "the first updater's image was replaced under it";
+    EXPECT_EQ(updatersStarted(), 1) << "a second updater was started";
+    EXPECT_THAT(logMessages(),
+                Contains("[SysManagerC::startUpdater] [ERROR]: The start of a firmware update is already in progress"));
+
+    endFirmwareUpdater(false);
+    EXPECT_TRUE(readReply(port->client(), 1035, 600000).received);
 }
 
 // The start-up's update paths: a pending update, the production drive, the leftover image.
