@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <mutex>
 #include <new>
 
+#include "app/ExclusiveTurn.h"
 #include "app/Log.h"
 #include "links/ProcRunner.h"
 #include "net/DriverPackageListing.h"
@@ -187,6 +189,11 @@ bool getWlanDriverFiles(bool test, std::string& folder, std::string& infName, st
 
 bool installWlanDriver(bool test)
 {
+    // Two installations would each remove the provider's packages and update the card, leaving either
+    // driver loaded whatever each of them was told.
+    static std::mutex installing;
+    const auto turn = takeExclusiveTurn(installing, "installWlanDriver", "A WLAN driver installation");
+    if (!turn) return false;
     std::string folder;
     std::string infName;
     std::string sysName;

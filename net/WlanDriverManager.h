@@ -19,7 +19,8 @@ bool listDriversByProvider(const std::string& keyword, std::vector<std::string>&
 int uninstallDrivers(const std::string& keyword);
 // The folder of the test or the regular driver and its one ".inf" and one ".sys" file.
 bool getWlanDriverFiles(bool test, std::string& folder, std::string& infName, std::string& sysName);
-// True once the new driver is installed, the card updated to it and the driver loaded.
+// True once the new driver is installed, the card updated to it and the driver loaded. False at once (last
+// error ERROR_BUSY) while another installation runs.
 bool installWlanDriver(bool test);
 // Disable, enable and rescan, stopping at the first tool run that fails.
 void refreshWlanDriver();

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "app/ExclusiveTurn.h"
 #include "app/Log.h"
 #include "efi/EFIServiceIPC.h"
 #include "links/MoraManagerC.h"
@@ -14,7 +15,6 @@
 #include "platform/Text.h"
 #include "platform/WinError.h"
 #include "sysmanager/ChildProcessesC.h"
-#include "sysmanager/ExclusiveTurn.h"
 #include "sysmanager/FirmwareUpdateC.h"
 #include "sysmanager/WlanModulePower.h"
 

@@ -2,6 +2,7 @@
 // the USB stick's format, and the write filter's overlay with its watch.
 #include <utility>
 
+#include "app/ExclusiveTurn.h"
 #include "app/Log.h"
 #include "framework/WindowMessages.h"
 #include "platform/Clock.h"
@@ -11,7 +12,6 @@
 #include "platform/Text.h"
 #include "platform/WinError.h"
 #include "platform/WriteFilterOverlay.h"
-#include "sysmanager/ExclusiveTurn.h"
 #include "sysmanager/MainWindowSourceI.h"
 #include "sysmanager/UsbDevicesC.h"
 #include "sysmanager/WriteFilterC.h"

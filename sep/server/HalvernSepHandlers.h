@@ -22,6 +22,9 @@ struct HandlerEntryT {
 EFIServiceIPC& efiService();
 // Code 1 without a failure number: the EFI service did not answer or refused.
 void sendEfiFailure(SEP::ReceivedCommandC& command);
+// The detail of a failed operation that runs once at a time: `busy` when it was refused because another
+// client's run of it was under way (last error ERROR_BUSY), else `failed`.
+const char* failureOrBusy(const char* failed, const char* busy);
 
 // Power controller commands answered through the EFI service.
 std::vector<HandlerEntryT> efiHandlers();

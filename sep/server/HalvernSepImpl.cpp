@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "app/Log.h"
+#include "platform/WinError.h"
 #include "sep/CoderBaseC.h"
 #include "sep/RecordCoding.h"
 #include "sep/server/HalvernSepHandlers.h"
@@ -19,6 +20,11 @@ EFIServiceIPC& efiService()
 void sendEfiFailure(SEP::ReceivedCommandC& command)
 {
     HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_EFI);
+}
+
+const char* failureOrBusy(const char* failed, const char* busy)
+{
+    return platform::lastError() == platform::kErrorBusy ? busy : failed;
 }
 
 }  // namespace HalvernSepHandlers

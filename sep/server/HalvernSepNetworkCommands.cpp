@@ -59,7 +59,9 @@ void handleDriverInstall(SEP::ReceivedCommandC& command)
     WriteLog("Got request to install WLAN driver, testNotRegular: %d, drv path: %s", request.testNotRegular ? 1 : 0,
              request.path);
     if (!halvern::net::installWlanDriver(request.testNotRegular)) {
-        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, "driver installation");
+        HalvernSepImpl::SendError(
+            command, HalvernRpc::SEP_ERR_GENERAL,
+            failureOrBusy("driver installation", "driver installation, another installation is in progress"));
         return;
     }
     HalvernSepImpl::SendSuccess(command, nullptr);

@@ -1,7 +1,6 @@
 // Commands of the firmware update: starting it, and what the installed firmware and an image hold.
 #include "app/Log.h"
 #include "platform/Text.h"
-#include "platform/WinError.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sep/HalvernSepRecords.h"
@@ -22,10 +21,10 @@ void handleStartUpdate(SEP::ReceivedCommandC& command)
     SysManagerC* manager = SysManagerC::Instance();
     bool shutdownRequired = false;
     if (!manager->startUpdater(platform::widen(request.path), request.force, shutdownRequired)) {
-        HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL,
-                                  platform::lastError() == platform::kErrorBusy
-                                      ? "Failed to start Firmware Upgrader, an update is already being started"
-                                      : "Failed to start Firmware Upgrader");
+        HalvernSepImpl::SendError(
+            command, HalvernRpc::SEP_ERR_GENERAL,
+            failureOrBusy("Failed to start Firmware Upgrader",
+                          "Failed to start Firmware Upgrader, an update is already being started"));
         return;
     }
     // The client hears the answer before the close sequence takes the connection away.

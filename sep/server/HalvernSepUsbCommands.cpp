@@ -8,7 +8,6 @@
 //   1058 quick-formats the USB stick F: under its own label; no stick attached is a failure, and so is a
 //     second format while one runs (said in the reply).
 #include "app/Log.h"
-#include "platform/WinError.h"
 #include "sep/server/HalvernSepHandlers.h"
 #include "sep/server/HalvernSepImpl.h"
 #include "sep/HalvernSepRecords.h"
@@ -61,9 +60,8 @@ void handleFormatUsbDevice(SEP::ReceivedCommandC& command)
 {
     if (!SysManagerC::Instance()->FormatUsbDevice()) {
         HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL,
-                                  platform::lastError() == platform::kErrorBusy
-                                      ? "failed to run format usb device, a format is already running"
-                                      : "failed to run format usb device");
+                                  failureOrBusy("failed to run format usb device",
+                                                "failed to run format usb device, a format is already running"));
         return;
     }
     HalvernSepImpl::SendSuccess(command, nullptr);

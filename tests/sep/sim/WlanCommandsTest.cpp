@@ -16,6 +16,9 @@
 #include "platform/sim/SimWriteFilter.h"
 #include "sep/SepCommandTestSupport.h"
 #include "sep/HalvernSepRecords.h"
+#include "support/Eventually.h"
+#include "support/FirmwareUpdaterSupport.h"
+#include "support/ScriptProgram.h"
 #include "tests/net/sim/WlanInstrument.h"
 
 namespace halvern::test {
@@ -88,6 +91,44 @@ TEST_F(WlanCommandsTest, TheDriverIsInstalledFromTheUsbDriveOnRequest)
     reply = port->askRecord(1024, request);
     ASSERT_TRUE(reply.received);
     EXPECT_EQ(reply.errorText, "General failure ( driver installation)");
+}
+
+TEST_F(WlanCommandsTest, AnInstallationAskedWhileAnotherClientsRunsIsRefusedAndTheFirstDriverLoads)
+{
+    serveDevices();
+    // The driver store tool holds each package addition until the test lets it go (10 s at most).
+    const std::string store = platform::sim::resolveWindowsPath("c:\\Windows\\System32\\pnputil.exe");
+    std::filesystem::copy_file(store, store + ".held");
+    const std::string release = simFile("pnputil-release");
+    installScriptProgram("c:\\Windows\\System32\\pnputil.exe",
+                         "case \" $* \" in *\" -a \"*) echo add >> '" + simFile("pnputil-adds") + "'\n" +
+                             "  for i in $(seq 1000); do [ -e '" + release + "' ] && break; sleep 0.01; done;;\n" +
+                             "esac\nexec '" + store + ".held' \"$@\"");
+    const auto install = [](bool test) {
+        return [test](SEP::DataWriterI& w) {
+            REC::WlanDrv request;
+            request.testNotRegular = test;
+            std::snprintf(request.path, sizeof request.path, "%s", "F:\\wlan_drv");
+            return SEP::encodeRecord(w, request);
+        };
+    };
+    ASSERT_TRUE(port->client().sendBytes(commandFrame(1024, install(true))));
+    ASSERT_TRUE(eventually([] { return simLines("pnputil-adds").size() == 1; }));
+
+    SEP::SepClientC second;
+    ASSERT_TRUE(second.connect("127.0.0.1", port->server().port()));
+    ASSERT_TRUE(second.sendBytes(commandFrame(1024, install(false))));
+    const CommandReplyT refused = readReply(second, 1024, 3000);
+    EXPECT_TRUE(refused.received) << "the second installation waited for the first";
+    EXPECT_EQ(refused.errorText, "General failure ( driver installation, another installation is in progress)");
+    EXPECT_EQ(simLines("pnputil-adds").size(), 1u) << "two installations ran";
+
+    std::ofstream{release};
+    const CommandReplyT installed = readReply(port->client(), 1024, 60000);
+    EXPECT_EQ(installed.returnCode, HalvernRpc::kReturnCodeSuccess) << installed.errorText;
+    EXPECT_THAT(deviceToolRuns(), Not(Contains(HasSubstr("wlan_regular_drv"))));
+    EXPECT_THAT(logMessages(),
+                Contains("[installWlanDriver] [ERROR]: A WLAN driver installation is already in progress"));
 }
 
 TEST_F(WlanCommandsTest, TheModulesPowerIsSwitchedOnTheBus)
