@@ -41,6 +41,12 @@ public:
     // further switch is refused until Halvern restarts.
     bool productionMode(bool enable, CurDevModeInfo& result);
     bool serviceMode(bool enable, CurDevModeInfo& result);
+    // Held by a client's setting of several features for its whole run: a mode switch sets the same
+    // features, and one running between two of the settings would leave a mix of both requests.
+    std::unique_lock<std::recursive_mutex> HoldModeChanges()
+    {
+        return std::unique_lock<std::recursive_mutex>(m_modeLock);
+    }
     // The write filter for the next boot, set with "uwfmgr.exe filter enable|disable".
     bool SetUWFilter(bool enable);
     // Start type of a Windows service: automatic and started, or disabled (it stops at the next boot).

@@ -16,7 +16,7 @@
 // |                      |                                   | ShutdownDiagnosticsService, IsInstrumentNameSet,       |
 // |                      |                                   | SetInstrumentName, ShowDesktop                         |
 // | DeviceModesC         | sysmanager/DeviceModesC.h         | productionMode, serviceMode, CurDevModeInfo,           |
-// |   (device modes)     |                                   | SetUWFilter, SetServiceStatus,                         |
+// |   (device modes)     |                                   | HoldModeChanges, SetUWFilter, SetServiceStatus,        |
 // |                      |                                   | PortForwardingActivation, PortForwardingDeactivation,  |
 // |                      |                                   | GetPortForwardingStatus, portForwardCfgCMD,            |
 // |                      |                                   | Set/GetRemoteDesktopStatus, hideMousePointer,          |
@@ -223,6 +223,7 @@ public:
     using CurDevModeInfo = DeviceModesC::CurDevModeInfo;
     using DeviceModeTextsT = DeviceModesC::DeviceModeTextsT;
     bool productionMode(bool enable, CurDevModeInfo& result) { return m_deviceModes.productionMode(enable, result); }
+    std::unique_lock<std::recursive_mutex> HoldModeChanges() { return m_deviceModes.HoldModeChanges(); }
     bool serviceMode(bool enable, CurDevModeInfo& result) { return m_deviceModes.serviceMode(enable, result); }
     bool SetUWFilter(bool enable) { return m_deviceModes.SetUWFilter(enable); }
     bool SetServiceStatus(const std::wstring& serviceName, bool disable)

@@ -60,6 +60,7 @@ void handleSetProductionFeatures(SEP::ReceivedCommandC& command)
     WriteLog("Request to set production features, uwf: %d, remote desktop: %d, port forwarding: %d",
              request.uwf ? 1 : 0, request.remoteDesktop ? 1 : 0, request.portForwarding ? 1 : 0);
     SysManagerC* manager = SysManagerC::Instance();
+    const auto modeChanges = manager->HoldModeChanges();
     if (!manager->SetUWFilter(request.uwf)) {
         HalvernSepImpl::SendError(command, HalvernRpc::SEP_ERR_GENERAL, "Failed to configure UWF!");
         return;

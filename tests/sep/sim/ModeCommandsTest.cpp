@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "client/CtlTestSupport.h"
@@ -13,6 +15,8 @@
 #include "sim/standin/StandInInstall.h"
 #include "support/TestEnvironment.h"
 #include "support/Eventually.h"
+#include "support/FirmwareUpdaterSupport.h"
+#include "support/ScriptProgram.h"
 #include "tests/sysmanager/sim/DeviceModeTestSupport.h"
 
 namespace halvern::test {
@@ -139,6 +143,44 @@ TEST_F(ModeCommandsTest, AModeSwitchAnswersWithItsStepsAndARefusalWithTheGeneral
         logMessages(),
         {"Got request to enable Production Mode", "Got request to disable Service Mode",
          "Got request to enable Production Mode", "[ERROR]: No switch possible before restarting device"}));
+}
+
+TEST_F(ModeCommandsTest, FeaturesSetWhileAnotherClientSwitchesTheModeEndAsOneRequestAfterTheOther)
+{
+    REC::EnaProdFeat forwarded;
+    forwarded.portForwarding = true;
+    ASSERT_EQ(port->askRecord(1014, forwarded).returnCode, 1097);
+    // netsh holds its first deletion until the test lets it go (10 s at most): the feature setting below
+    // has then switched the remote desktop off and stands before its port forwarding.
+    const std::string netsh = platform::sim::resolveWindowsPath("c:\\windows\\system32\\netsh.exe");
+    std::filesystem::copy_file(netsh, netsh + ".held");
+    const std::string held = simFile("netsh-held");
+    const std::string release = simFile("netsh-release");
+    installScriptProgram("c:\\windows\\system32\\netsh.exe",
+                         "case \" $* \" in *\" delete \"*) if [ ! -e '" + held + "' ]; then : > '" + held + "'\n" +
+                             "  for i in $(seq 1000); do [ -e '" + release + "' ] && break; sleep 0.01; done; fi;;\n" +
+                             "esac\nexec '" + netsh + ".held' \"$@\"");
+    REC::EnaProdFeat allOff;
+    ASSERT_TRUE(port->client().sendBytes(
+        commandFrame(1014, [&allOff](SEP::DataWriterI& w) { return SEP::encodeRecord(w, allOff); })));
+    ASSERT_TRUE(eventually([&held] { return std::filesystem::exists(held); }));
+
+    SEP::SepClientC second;
+    ASSERT_TRUE(second.connect("127.0.0.1", port->server().port()));
+    REC::ProdMode production;
+    production.enable = true;
+    ASSERT_TRUE(second.sendBytes(
+        commandFrame(1031, [&production](SEP::DataWriterI& w) { return SEP::encodeRecord(w, production); })));
+    // A switch that ran now would be undone half by the feature setting's remaining steps.
+    CommandReplyT switched = readReply(second, 1031, 1000);
+    std::ofstream{release};
+    EXPECT_EQ(readReply(port->client(), 1014).returnCode, 1097);
+    if (!switched.received) switched = readReply(second, 1031);
+    EXPECT_EQ(switched.returnCode, 1097) << switched.errorText;
+
+    const REC::EnaProdFeat read = features();
+    EXPECT_TRUE(read.remoteDesktop);
+    EXPECT_TRUE(read.portForwarding) << "the switch's forwarding was deleted by the earlier feature setting";
 }
 
 }  // namespace
