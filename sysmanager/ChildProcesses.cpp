@@ -313,6 +313,10 @@ bool ChildProcessesC::IsInstrumentNameSet()
 bool ChildProcessesC::SetInstrumentName(const std::wstring& name)
 {
     const char* tag = "SysManagerC::SetInstrumentName";
+    // Renames take turns: one between the two names of another would leave the DNS name of one client and
+    // the NetBIOS name of the other. Each is a few registry writes, so the second simply waits.
+    static std::mutex renaming;
+    const std::lock_guard<std::mutex> turn(renaming);
     const bool renamed = platform::setComputerName(platform::ComputerNameE::PhysicalDnsHostname, name) &&
                          platform::setComputerName(platform::ComputerNameE::PhysicalNetBios, name);
     if (renamed) WriteLog("[%s]: Instrument name is set to [%S]", tag, name.c_str());

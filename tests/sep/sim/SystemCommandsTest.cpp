@@ -1,4 +1,8 @@
 // The instrument-name, calibration and desktop commands against the simulated instrument.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -62,6 +66,41 @@ TEST_F(SystemCommandsTest, TheInstrumentNameIsCheckedAppliedForTheNextBootAndRea
     std::string current;
     ASSERT_TRUE(reply.frame.coder->readString(current));
     EXPECT_EQ(current, "ZENTOR-1000001");
+}
+
+TEST_F(SystemCommandsTest, TwoClientsRenamingAtOnceLeaveBothNamesOfTheOneThatCameLast)
+{
+    // The NetBIOS name goes into a pipe here: the first rename stops between its two names until the test
+    // reads them, as a slow disk could stop it.
+    const std::string netbios = platform::sim::root() + "/sim/computer/pending-netbios";
+    ASSERT_TRUE(platform::sim::makeDirectories(platform::sim::root() + "/sim/computer"));
+    ASSERT_EQ(::mkfifo(netbios.c_str(), 0600), 0);
+    ASSERT_TRUE(port->client().sendBytes(commandFrame(1021, name("ZENTOR-1000042"))));
+    for (int wait = 0; wait < 300 && firstLine("computer/pending-dns") != "ZENTOR-1000042"; ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_EQ(firstLine("computer/pending-dns"), "ZENTOR-1000042");
+
+    SEP::SepClientC second;
+    ASSERT_TRUE(second.connect("127.0.0.1", port->server().port()));
+    ASSERT_TRUE(second.sendBytes(commandFrame(1021, name("ZENTOR-1000043"))));
+    bool mixed = false;
+    for (int wait = 0; wait < 50 && !mixed; ++wait) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        mixed = firstLine("computer/pending-dns") == "ZENTOR-1000043";
+    }
+    EXPECT_FALSE(mixed) << "the second rename wrote its DNS name while the first had only written one of its names";
+
+    // Open until both have answered: each rename's NetBIOS name lands in the pipe in the order written.
+    const int reader = ::open(netbios.c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+    EXPECT_EQ(readReply(port->client(), 1021).returnCode, 1097);
+    EXPECT_EQ(readReply(second, 1021).returnCode, 1097);
+    std::string written(256, '\0');
+    const ssize_t read = ::read(reader, &written[0], written.size());
+    ::close(reader);
+    written.resize(read > 0 ? static_cast<std::size_t>(read) : 0);
+    EXPECT_EQ(written, "ZENTOR-1000042\nZENTOR-1000043\n");
+    EXPECT_EQ(firstLine("computer/pending-dns"), "ZENTOR-1000043");
 }
 
 TEST_F(SystemCommandsTest, CalibrationApplicationsStartOnTheDesktopOrSayTheyCouldNot)
