@@ -29,7 +29,8 @@ struct CommandReplyT {
 };
 
 // A command frame for `id` with `fields`, as a client library writes it.
-inline std::vector<std::uint8_t> commandFrame(std::uint16_t id, const std::function<bool(SEP::DataWriterI&)>& fields = {},
+inline std::vector<std::uint8_t> commandFrame(std::uint16_t id,
+                                              const std::function<bool(SEP::DataWriterI&)>& fields = {},
                                               SEP::CodingE coding = SEP::CodingE::Binary)
 {
     return SEP::encodeFrame(coding, id, SEP::MESSAGE_KIND_COMMAND, {}, {}, fields);
@@ -42,8 +43,8 @@ inline CommandReplyT readReply(SEP::SepClientC& client, std::uint16_t id, std::u
     std::vector<std::uint8_t> bytes;
     if (!client.receiveFrame(bytes, waitMs) || !SEP::decodeFrame(bytes, reply.frame)) return reply;
     auto& coder = *reply.frame.coder;
-    if (reply.frame.kind != SEP::MESSAGE_KIND_REPLY || reply.frame.messageId != id || !coder.readI32(reply.returnCode) ||
-        !coder.readI32(reply.facility) || !coder.readU16(reply.level))
+    if (reply.frame.kind != SEP::MESSAGE_KIND_REPLY || reply.frame.messageId != id ||
+        !coder.readI32(reply.returnCode) || !coder.readI32(reply.facility) || !coder.readU16(reply.level))
         return reply;
     if (reply.returnCode != HalvernRpc::kReturnCodeSuccess && !coder.readString(reply.errorText)) return reply;
     reply.received = true;

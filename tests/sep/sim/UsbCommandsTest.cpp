@@ -117,9 +117,9 @@ TEST_F(UsbCommandsTest, AFormatAskedWhileAnotherClientsFormatRunsIsRefusedAndThe
     sim("usb plug WIM");
     // A format tool that notes each run and works until the test lets it finish (10 s at most).
     const std::string release = simFile("format-release");
-    installScriptProgram("C:\\Windows\\System32\\format.com",
-                         "echo run >> '" + simFile("format-runs") + "'\n" +
-                             "for i in $(seq 1000); do [ -e '" + release + "' ] && exit 0; sleep 0.01; done\nexit 1");
+    installScriptProgram("C:\\Windows\\System32\\format.com", "echo run >> '" + simFile("format-runs") + "'\n" +
+                                                                  "for i in $(seq 1000); do [ -e '" + release +
+                                                                  "' ] && exit 0; sleep 0.01; done\nexit 1");
     ASSERT_TRUE(port->client().sendBytes(commandFrame(1058)));
     ASSERT_TRUE(eventually([] { return simLines("format-runs").size() == 1; }));
 
