@@ -5,8 +5,10 @@
 
 namespace BSS {
 namespace {
+// Plain pointers only: a thread-local object with a destructor can run that destructor on freed memory
+// at thread exit in the Windows build (MinGW's emulated TLS), which crashed connection threads.
 thread_local CancelTokenC* t_current = nullptr;
-thread_local std::function<void()> t_beforeWait;
+thread_local const std::function<void()>* t_beforeWait = nullptr;
 }
 
 CancelTokenC::CancelTokenC() : m_event(platform::createEvent(nullptr, true, false, std::wstring())) {}
@@ -38,14 +40,14 @@ bool CancelTokenC::currentCancelled()
     return t_current != nullptr && t_current->cancelled();
 }
 
-void CancelTokenC::setBeforeWait(std::function<void()> hook)
+void CancelTokenC::setBeforeWait(const std::function<void()>* hook)
 {
-    t_beforeWait = std::move(hook);
+    t_beforeWait = hook;
 }
 
 void announceWait()
 {
-    if (t_beforeWait) t_beforeWait();
+    if (t_beforeWait != nullptr && *t_beforeWait) (*t_beforeWait)();
 }
 
 bool cancellableSleep(std::uint32_t milliseconds)

@@ -29,8 +29,9 @@ public:
     static bool currentCancelled();
     // What the calling thread's work does before it waits for something outside (a program, a serial
     // reply, the sensor board's shell): a SEP command thread sends the replies it held back for the
-    // commands before, so that they never wait for a slow one. Empty: nothing.
-    static void setBeforeWait(std::function<void()> hook);
+    // commands before, so that they never wait for a slow one. Null or empty: nothing. The hook is not
+    // copied: it must stay alive while the thread may wait, or be unset before it goes.
+    static void setBeforeWait(const std::function<void()>* hook);
 
 private:
     std::atomic<bool> m_cancelled{false};

@@ -110,6 +110,17 @@ bool RingBufferC::frontMessage(std::vector<std::uint8_t>& message) const
     return true;
 }
 
+bool RingBufferC::frontMessageSpans(SpanT& first, SpanT& second) const
+{
+    const std::uint64_t read = m_read.load(kTake);
+    if (read == m_committed.load(kTake)) return false;
+    const std::size_t length = at(read) | (static_cast<std::size_t>(at(read + 1)) << 8);
+    const std::size_t start = static_cast<std::size_t>((read + kLengthPrefix) % m_storage.size());
+    first = {m_storage.data() + start, std::min(length, m_storage.size() - start)};
+    second = {m_storage.data(), length - first.length};
+    return true;
+}
+
 void RingBufferC::popMessage()
 {
     const std::uint64_t read = m_read.load(kTake);

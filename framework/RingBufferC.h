@@ -44,6 +44,13 @@ public:
     bool hasMessage() const;
     // Copies the oldest committed message; false when there is none.
     bool frontMessage(std::vector<std::uint8_t>& message) const;
+    // The oldest committed message where it lies: `first` and, when it runs across the end of the
+    // storage, `second` (else empty). Valid until it is popped. False when there is none.
+    struct SpanT {
+        const std::uint8_t* data = nullptr;
+        std::size_t length = 0;
+    };
+    bool frontMessageSpans(SpanT& first, SpanT& second) const;
     void popMessage();
 
     std::size_t capacity() const { return m_storage.size(); }

@@ -70,7 +70,7 @@ bool CommandQueueC::waitEnded(std::uint32_t milliseconds)
 void CommandQueueC::serve()
 {
     BSS::CancelTokenC::setCurrent(m_cancel);
-    BSS::CancelTokenC::setBeforeWait(m_beforeWait);
+    BSS::CancelTokenC::setBeforeWait(&m_beforeWait);
     std::unique_lock<std::mutex> guard(m_lock);
     for (;;) {
         // No time-out: an idle connection costs no wake-ups; close() ends the wait.
@@ -98,6 +98,7 @@ void CommandQueueC::serve()
     }
     guard.unlock();
     if (m_onEnded) m_onEnded();
+    BSS::CancelTokenC::setBeforeWait(nullptr);
     guard.lock();
     m_ended = true;
     m_changed.notify_all();

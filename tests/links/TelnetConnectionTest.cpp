@@ -19,6 +19,9 @@ namespace {
 using links::TelnetConnection;
 
 // A loopback shell server for one connection.
+// Below the real time that the brief clock gives each wait, so that its prompt still arrives in time.
+constexpr int kPromptGapMs = 150;
+
 class ScriptedShellServerC {
 public:
     // `negotiation` and `prompt` are sent after accepting (an empty one is not sent); `answer` is sent once
@@ -38,7 +41,10 @@ public:
             platform::receiveSocket(client.get(), bytes, 3);
             if (!negotiation.empty()) platform::sendSocket(client.get(), negotiation.data(), negotiation.size());
             if (!prompt.empty()) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                // The client takes the negotiation and the prompt in two reads: a prompt that joins the
+                // negotiation in the client's first read leaves its second one waiting out the 5 s. The gap
+                // outlasts the client's scheduling delay on a loaded machine (20 ms did not under Wine).
+                std::this_thread::sleep_for(std::chrono::milliseconds(kPromptGapMs));
                 platform::sendSocket(client.get(), prompt.data(), prompt.size());
             }
             if (platform::receiveSocket(client.get(), bytes, sizeof bytes) > 0 && !answer.empty())
@@ -78,7 +84,7 @@ public:
     std::chrono::milliseconds idleWait(std::uint64_t milliseconds) override
     {
         m_now += milliseconds;
-        return std::chrono::milliseconds(std::min<std::uint64_t>(milliseconds, 100));
+        return std::chrono::milliseconds(std::min<std::uint64_t>(milliseconds, 2 * kPromptGapMs));
     }
 
 private:

@@ -114,5 +114,28 @@ TEST(RingBufferTest, KeepsWholeMessagesAcrossTheWrapAndDropsEmptyOnes)
     EXPECT_EQ(buffer.usedBytes(), 0u);
 }
 
+TEST(RingBufferTest, AMessageIsFramedStraightFromTheBufferWhereverItWraps)
+{
+    // 13-byte messages in a 16-byte buffer: every start offset comes round, with CR and the escape byte
+    // on either side of the wrap.
+    RingBufferC buffer(16);
+    for (int round = 0; round < 20; ++round) {
+        const Bytes message = {static_cast<std::uint8_t>(round), SerialFramerC::CR, 1, SerialFramerC::ESCAPE, 2,
+                               SerialFramerC::CR, SerialFramerC::CR, 3, SerialFramerC::ESCAPE, 4, 5,
+                               SerialFramerC::LF, SerialFramerC::CR};
+        {
+            MAL::UTI::RingBufferWriteLockC lock(buffer);
+            ASSERT_TRUE(buffer.beginMessage());
+            ASSERT_TRUE(buffer.write(message.data(), message.size()));
+            ASSERT_TRUE(buffer.commitMessage());
+        }
+        Bytes framed, expected;
+        ASSERT_TRUE(SerialFramerC::takeFramed(buffer, framed));
+        SerialFramerC::frame(message.data(), message.size(), expected);
+        EXPECT_EQ(framed, expected) << "round " << round;
+        EXPECT_FALSE(SerialFramerC::takeFramed(buffer, framed)) << "the message left the buffer";
+    }
+}
+
 }  // namespace
 }  // namespace halvern::test
