@@ -5,7 +5,7 @@
 #include <mutex>
 #include <new>
 
-#include "app/ExclusiveTurn.h"
+#include "framework/ExclusiveTurn.h"
 #include "app/Log.h"
 #include "links/ProcRunner.h"
 #include "net/DriverPackageListing.h"

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "app/ExclusiveTurn.h"
+#include "framework/ExclusiveTurn.h"
 #include "app/Log.h"
 #include "efi/EFIServiceIPC.h"
 #include "links/MoraManagerC.h"

@@ -2,7 +2,7 @@
 // the USB stick's format, and the write filter's overlay with its watch.
 #include <utility>
 
-#include "app/ExclusiveTurn.h"
+#include "framework/ExclusiveTurn.h"
 #include "app/Log.h"
 #include "framework/WindowMessages.h"
 #include "platform/Clock.h"

@@ -1,8 +1,8 @@
 #pragma once
 // Operations of which only one may run at a time, whoever asks: clients on different connections reach
 // them side by side. The second caller is refused at once instead of queueing behind a run that can take
-// minutes, and can tell the refusal from a failure by the last error ERROR_BUSY. It sits beside the log, so
-// that every layer can use it.
+// minutes, and can tell the refusal from a failure by the last error ERROR_BUSY. It sits in the runtime
+// beside the log, so that every layer above can use it.
 #include <mutex>
 
 #include "app/Log.h"
